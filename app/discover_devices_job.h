@@ -1,0 +1,7 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+// Runs the discover_devices job and returns the process exit status.
+int runDiscoverDevices(const QJsonObject& request, const QString& outputPath);

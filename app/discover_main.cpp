@@ -1,0 +1,79 @@
+#include "app/discover_main.h"
+
+#include "app/discover_devices_job.h"
+#include "app/discover_items_job.h"
+#include "app/front_end.h"
+
+#include <QCommandLineOption>
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QJsonParseError>
+
+namespace {
+
+bool readRequest(const QString& path, QJsonObject* request, QString* error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        *error = QStringLiteral("Unable to open request file: %1").arg(path);
+        return false;
+    }
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        *error = QStringLiteral("Invalid JSON request: %1 at offset %2")
+                     .arg(parseError.errorString(), QString::number(parseError.offset));
+        return false;
+    }
+    *request = document.object();
+    return true;
+}
+
+} // namespace
+
+int discoverMain(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("discover"));
+    QCoreApplication::setApplicationVersion(QStringLiteral("1.0"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("OPC UA client discovery."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption modeOption(QStringList{QStringLiteral("m"), QStringLiteral("mode")},
+                                        QStringLiteral("Discovery mode: discover_devices or discover_items."),
+                                        QStringLiteral("mode"));
+    const QCommandLineOption requestOption(QStringList{QStringLiteral("r"), QStringLiteral("request")},
+                                           QStringLiteral("Path to a JSON request file."), QStringLiteral("path"));
+    const QCommandLineOption outputOption(QStringList{QStringLiteral("o"), QStringLiteral("output")},
+                                          QStringLiteral("Path to a JSON output file. Defaults to stdout."),
+                                          QStringLiteral("path"));
+    parser.addOption(modeOption);
+    parser.addOption(requestOption);
+    parser.addOption(outputOption);
+    parser.process(app);
+
+    QJsonObject request;
+    if (parser.isSet(requestOption)) {
+        QString error;
+        if (!readRequest(parser.value(requestOption), &request, &error))
+            return failWith(ExitBadRequest, error);
+    }
+
+    QString mode = parser.value(modeOption).trimmed();
+    if (mode.isEmpty())
+        mode = request.value(QStringLiteral("mode")).toString().trimmed();
+    if (mode.isEmpty())
+        mode = QStringLiteral("discover_items");
+
+    const QString outputPath = parser.value(outputOption);
+    if (mode == QLatin1String("discover_devices"))
+        return runDiscoverDevices(request, outputPath);
+    if (mode == QLatin1String("discover_items"))
+        return runDiscoverItems(request, outputPath);
+    return failWith(ExitUnknownMode, QStringLiteral("Unsupported discovery mode: ") + mode);
+}

@@ -1,0 +1,1 @@
+#include "client_core/opc_ua_client_core.h"

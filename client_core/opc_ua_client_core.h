@@ -1,0 +1,90 @@
+#pragma once
+
+#include "framework/device_instance_plugin.h"
+#include "framework/plugin_interface.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QList>
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+
+#include <open62541/client.h>
+#include <open62541/plugin/log.h>
+
+#include <cstdarg>
+#include <functional>
+
+// The gateway's OPC UA client core: one stack client for one device instance.
+class ClientCore
+{
+public:
+    // One browsed variable that the connector can read or write.
+    struct BrowseItem
+    {
+        QString nodeId;
+        QString browsePath;
+        QString description;
+        QString dataType;
+        bool readable = true;
+        bool writable = false;
+        bool isArray = false;
+    };
+
+    // One configured data point for read and write.
+    struct Node
+    {
+        quint16 namespaceIndex = 0;
+        QString identifier;
+        qint32 dataTypeKind = 0;
+        QString value;
+        QDateTime timestamp;
+        QString error;
+        QString fullNodeId;
+        bool useFullNodeId = false;
+        quint32 readMode = 0;
+        qint64 historyStartMs = 0;
+        qint64 historyEndMs = 0;
+        quint16 arrayIndex = 65535;
+        quint8 floatingPointPrecision = 4;
+    };
+
+    ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString clientName, int timeoutMs);
+    ClientCore(ClientCore&& other);
+    ClientCore& operator=(ClientCore&& other);
+    ~ClientCore();
+
+    ClientCore(const ClientCore&) = delete;
+    ClientCore& operator=(const ClientCore&) = delete;
+
+    bool configure(DeviceInstancePlugin& plugin);
+    bool connectOpcServer(DeviceInstancePlugin* plugin);
+    bool disconnectOpcServer();
+    bool isConnected() const;
+    void logDisconnectOnce(DeviceInstancePlugin* plugin);
+    QByteArray loadFile(const QString& path) const;
+    bool clearByteArraySecurely(QByteArray& data) const;
+    static void loggerMethod(void* context, UA_LogLevel level, UA_LogCategory category, const char* format,
+                             va_list args);
+
+    bool browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress);
+
+    bool readNode(Node* node);
+    bool convertValueToNode(Node* node, UA_Variant* value);
+    bool writeNode(Node* node);
+    static bool convertValue(Node* node, UA_Variant* value);
+    static UA_Variant convertToVariant(Node* node, QString text);
+
+    static PluginInterface pluginInterface;
+    static QMutex pluginInterfaceMutex;
+
+private:
+    UA_Client* client = nullptr;
+    QString filesPath;
+    QString clientName;
+    qint32 timeoutMs = 0;
+    QDateTime lastConnectAttempt;
+    bool connecting = false;
+    bool disconnectLogged = false;
+};

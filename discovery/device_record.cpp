@@ -1,0 +1,1 @@
+#include "discovery/device_record.h"

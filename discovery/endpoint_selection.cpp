@@ -1,0 +1,1 @@
+#include "discovery/endpoint_selection.h"

@@ -1,0 +1,1 @@
+#include "discovery/posix_net.h"

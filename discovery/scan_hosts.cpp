@@ -1,0 +1,1 @@
+#include "discovery/scan_hosts.h"

@@ -1,0 +1,4 @@
+#include "framework/device_instance_plugin.h"
+
+DeviceInstancePlugin::DeviceInstancePlugin() = default;
+DeviceInstancePlugin::~DeviceInstancePlugin() = default;

@@ -1,0 +1,4 @@
+#include "framework/plugin_interface.h"
+
+PluginInterface::PluginInterface() = default;
+PluginInterface::~PluginInterface() = default;
