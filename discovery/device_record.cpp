@@ -1,1 +1,78 @@
 #include "discovery/device_record.h"
+
+#include "discovery/labels.h"
+
+namespace OpcUaDiscovery {
+
+namespace {
+
+const QString kNonePolicyUri = QStringLiteral("http://opcfoundation.org/UA/SecurityPolicy#None");
+
+int importedSecurityMode(qint32 securityMode)
+{
+    return securityMode >= 1 && securityMode <= 3 ? securityMode : 1;
+}
+
+QString describeCandidate(const Candidate& c, const QString& address, const QString& name, int mode,
+                          const QString& policy)
+{
+    QString text = QStringLiteral("OPC UA server at %1").arg(address);
+    // The application name is not repeated when it already opens the display name.
+    if (!c.applicationName.isEmpty() && !name.startsWith(c.applicationName)
+        && c.applicationName != ovrinConnectInstanceName(c.applicationUri)) {
+        text += QStringLiteral(". ") + c.applicationName;
+    }
+    if (!c.applicationUri.isEmpty())
+        text += QStringLiteral(". Application URI %1").arg(c.applicationUri);
+    if (!c.productUri.isEmpty())
+        text += QStringLiteral(". Product %1").arg(c.productUri);
+    if (!c.applicationType.isEmpty())
+        text += QStringLiteral(". %1").arg(c.applicationType);
+    if (!c.capabilities.isEmpty())
+        text += QStringLiteral(". Capabilities %1").arg(c.capabilities.join(QLatin1String(", ")));
+    text += QStringLiteral(". Imported as %1 / %2").arg(securityModeLabel(mode), securityPolicyLabel(policy));
+    if (c.anonymousOffered)
+        text += QStringLiteral("; anonymous");
+    else if (c.endpointSelected && c.usernameOffered)
+        text += QStringLiteral("; anonymous is not offered, set username and password after import");
+    if (!c.advertisedEndpointUrl.isEmpty() && c.advertisedEndpointUrl != address) {
+        text += QStringLiteral(". Server advertised %1; the scanned IP was kept so the gateway can reach it")
+                    .arg(c.advertisedEndpointUrl);
+    }
+    if (!c.offeredEndpoints.isEmpty())
+        text += QStringLiteral(". Offered: %1").arg(c.offeredEndpoints.join(QLatin1String("; ")));
+    return text;
+}
+
+} // namespace
+
+QJsonObject candidateToJson(const Candidate& candidate)
+{
+    const QString address =
+        candidate.endpointUrl.isEmpty() ? endpointFor(candidate.host, candidate.port) : candidate.endpointUrl;
+    const OpcTcpUrl parsed = parseOpcTcpUrl(address);
+    const int mode = importedSecurityMode(candidate.securityMode);
+    const QString policy = candidate.securityPolicyUri.isEmpty() ? kNonePolicyUri : candidate.securityPolicyUri;
+    const QString name = candidateDisplayName(candidate);
+    // Built from the scanned address, so the same device keeps its identifier on every scan.
+    const QString uid = uidFor(candidate.host, candidate.port, parsed.path);
+
+    QJsonObject settings;
+    settings.insert(QStringLiteral("username"), QString());
+    settings.insert(QStringLiteral("password"), QString());
+    settings.insert(QStringLiteral("security_mode"), QString::number(mode));
+    settings.insert(QStringLiteral("security_policies"), policy);
+    settings.insert(QStringLiteral("certificate"), QStringLiteral("0"));
+    settings.insert(QStringLiteral("key"), QStringLiteral("0"));
+
+    QJsonObject record;
+    record.insert(QStringLiteral("address"), address);
+    record.insert(QStringLiteral("description"), describeCandidate(candidate, address, name, mode, policy));
+    record.insert(QStringLiteral("external_id"), uid);
+    record.insert(QStringLiteral("name"), name);
+    record.insert(QStringLiteral("uid_hint"), uid);
+    record.insert(QStringLiteral("user_defined_fields"), settings);
+    return record;
+}
+
+} // namespace OpcUaDiscovery

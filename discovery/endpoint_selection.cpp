@@ -1,1 +1,197 @@
 #include "discovery/endpoint_selection.h"
+
+#include "discovery/labels.h"
+
+#include <QSet>
+
+#include <algorithm>
+#include <iterator>
+
+namespace OpcUaDiscovery {
+
+namespace {
+
+struct PolicyBonus
+{
+    const char* suffix;
+    int anonymousBonus;
+    int usernameOnlyBonus;
+};
+
+// Tested in this order; "#Basic256Sha256" must come before "#Basic256".
+const PolicyBonus kSupportedPolicies[] = {
+    {"#None", 80, 40},
+    {"#Basic256Sha256", 70, 30},
+    {"#Basic256", 60, 20},
+    {"#Basic128Rsa15", 50, 10},
+};
+
+constexpr int kSecurityLevelCap = 10;
+
+int modeBase(int securityMode)
+{
+    switch (securityMode) {
+    case 1:
+        return 300;
+    case 2:
+        return 200;
+    case 3:
+        return 100;
+    default:
+        return -1;
+    }
+}
+
+int policyBonus(const QString& policyUri, bool anonymous)
+{
+    for (const PolicyBonus& policy : kSupportedPolicies) {
+        if (policyUri.endsWith(QLatin1String(policy.suffix)))
+            return anonymous ? policy.anonymousBonus : policy.usernameOnlyBonus;
+    }
+    const PolicyBonus& last = kSupportedPolicies[std::size(kSupportedPolicies) - 1];
+    return anonymous ? last.anonymousBonus : last.usernameOnlyBonus;
+}
+
+// -1 for an offer the import cannot use.
+int importScore(const EndpointOffer& offer)
+{
+    const int base = modeBase(offer.securityMode);
+    if (base < 0 || !securityPolicySupported(offer.securityPolicyUri) || !(offer.anonymous || offer.username))
+        return -1;
+    // The level only breaks near-ties; capping it keeps mode and policy dominant.
+    return base + policyBonus(offer.securityPolicyUri, offer.anonymous)
+        + std::min(offer.securityLevel, kSecurityLevelCap);
+}
+
+void assignIfNotEmpty(QString* target, const QString& value)
+{
+    const QString trimmed = value.trimmed();
+    if (!trimmed.isEmpty())
+        *target = trimmed;
+}
+
+QString endpointKey(const Candidate& candidate)
+{
+    return candidate.endpointUrl.isEmpty() ? endpointFor(candidate.host, candidate.port) : candidate.endpointUrl;
+}
+
+} // namespace
+
+bool securityPolicySupported(const QString& policyUri)
+{
+    for (const PolicyBonus& policy : kSupportedPolicies) {
+        if (policyUri.endsWith(QLatin1String(policy.suffix)))
+            return true;
+    }
+    return false;
+}
+
+bool selectImportEndpoint(const QList<EndpointOffer>& offers, Candidate* candidate)
+{
+    if (!candidate)
+        return false;
+    candidate->offeredEndpoints.clear();
+    if (offers.isEmpty())
+        return false;
+
+    int bestScore = -1;
+    int bestIndex = -1;
+    for (int i = 0; i < offers.size(); ++i) {
+        candidate->offeredEndpoints.append(endpointSummary(offers.at(i)));
+        const int score = importScore(offers.at(i));
+        if (score >= 0 && score > bestScore) {
+            bestScore = score;
+            bestIndex = i;
+        }
+    }
+    if (bestIndex < 0)
+        return false;
+
+    const EndpointOffer& best = offers.at(bestIndex);
+    candidate->advertisedEndpointUrl = best.endpointUrl;
+    // Import with the address the scan reached, never a host name the server advertises.
+    candidate->endpointUrl = rewriteEndpointHost(best.endpointUrl, candidate->host, candidate->port);
+    candidate->securityMode = best.securityMode;
+    candidate->securityPolicyUri = best.securityPolicyUri;
+    candidate->anonymousOffered = best.anonymous;
+    candidate->usernameOffered = best.username;
+    candidate->endpointSelected = true;
+    return true;
+}
+
+void applyApplicationIdentity(Candidate* candidate, const DiscoveredServer& server)
+{
+    if (!candidate)
+        return;
+    assignIfNotEmpty(&candidate->applicationName, server.applicationName);
+    assignIfNotEmpty(&candidate->applicationUri, server.applicationUri);
+    assignIfNotEmpty(&candidate->productUri, server.productUri);
+    assignIfNotEmpty(&candidate->applicationType, server.applicationType);
+    for (const QString& capability : server.capabilities) {
+        const QString trimmed = capability.trimmed();
+        if (!trimmed.isEmpty() && !candidate->capabilities.contains(trimmed))
+            candidate->capabilities.append(trimmed);
+    }
+}
+
+QList<Candidate> mergeFindServersDiscoveryUrls(const Candidate& base, const QList<DiscoveredServer>& servers)
+{
+    Candidate primary = base;
+    const QString primaryKey = endpointKey(base);
+    const QString scannedKey = endpointFor(base.host, base.port);
+    QSet<QString> known{primaryKey, scannedKey};
+
+    QList<Candidate> extra;
+    for (const DiscoveredServer& server : servers) {
+        const OpcTcpUrl parsed = parseOpcTcpUrl(server.discoveryUrl);
+        if (!parsed.ok)
+            continue;
+        // A host name in a discovery URL cannot be trusted to resolve from the gateway.
+        const QString host = parsed.isIpv4 ? parsed.host : base.host;
+        if (host.isEmpty())
+            continue;
+        const quint16 port = parsed.port == 0 ? base.port : parsed.port;
+        const QString url = rewriteEndpointHost(endpointFor(host, port) + parsed.path, host, port);
+
+        if (url == primaryKey || url == scannedKey) {
+            applyApplicationIdentity(&primary, server);
+            continue;
+        }
+        if (known.contains(url))
+            continue;
+        known.insert(url);
+
+        Candidate found = base;
+        found.host = host;
+        found.port = port;
+        found.endpointUrl = url;
+        found.source = QStringLiteral("findservers");
+        found.advertisedEndpointUrl = server.discoveryUrl.trimmed();
+        found.endpointSelected = false;
+        found.offeredEndpoints.clear();
+        found.applicationName.clear();
+        found.applicationUri.clear();
+        found.productUri.clear();
+        found.applicationType.clear();
+        found.capabilities.clear();
+        applyApplicationIdentity(&found, server);
+        extra.append(found);
+    }
+
+    extra.prepend(primary);
+    return extra;
+}
+
+QList<Candidate> mergeFindServersDiscoveryUrls(const Candidate& base, const QStringList& discoveryUrls)
+{
+    QList<DiscoveredServer> servers;
+    servers.reserve(discoveryUrls.size());
+    for (const QString& url : discoveryUrls) {
+        DiscoveredServer server;
+        server.discoveryUrl = url;
+        servers.append(server);
+    }
+    return mergeFindServersDiscoveryUrls(base, servers);
+}
+
+} // namespace OpcUaDiscovery
