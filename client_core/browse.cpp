@@ -1,1 +1,328 @@
 #include "client_core/opc_ua_client_core.h"
+
+#include "client_core/browse_path.h"
+#include "client_core/data_types.h"
+#include "client_core/ua_holders.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <open62541/client_highlevel.h>
+
+#include <vector>
+
+namespace {
+
+// One node waiting to be browsed, with the browse-name segments that led to it.
+struct PendingBrowse
+{
+    QString nodeId;
+    QStringList path;
+};
+
+// Everything one browseNodes call works on; nothing of it outlives the call.
+struct BrowseState
+{
+    UA_Client* client = nullptr;
+    QList<ClientCore::BrowseItem>* items = nullptr;
+    QStringList* warnings = nullptr;
+    const std::function<void()>* progress = nullptr;
+    QList<PendingBrowse> work;
+    QSet<QString> browsed;
+    QSet<QString> queued;
+    QHash<QString, int> itemIndex;
+    bool stopped = false;
+};
+
+const UA_UInt32 objectsFolderId = UA_NS0ID_OBJECTSFOLDER;
+const UA_UInt32 browsedNodeClasses = UA_NODECLASS_OBJECT | UA_NODECLASS_VARIABLE | UA_NODECLASS_VIEW;
+
+bool isConnectionLoss(UA_StatusCode status)
+{
+    return status == UA_STATUSCODE_BADTIMEOUT || status == UA_STATUSCODE_BADCONNECTIONCLOSED
+        || status == UA_STATUSCODE_BADSECURECHANNELCLOSED || status == UA_STATUSCODE_BADSESSIONCLOSED
+        || status == UA_STATUSCODE_BADSERVERNOTCONNECTED;
+}
+
+QString statusName(UA_StatusCode status)
+{
+    return QString::fromUtf8(UA_StatusCode_name(status));
+}
+
+QString uaText(const UA_String& text)
+{
+    if (text.length == 0)
+        return QString();
+    return QString::fromUtf8(reinterpret_cast<const char*>(text.data), static_cast<int>(text.length));
+}
+
+void warn(BrowseState& state, const QString& text)
+{
+    if (state.warnings)
+        state.warnings->append(text);
+}
+
+int segmentCount(const QString& path)
+{
+    return path.count(QLatin1Char('.')) + 1;
+}
+
+// A node reached again before it was browsed keeps the deeper, longer of its two paths.
+void offerPathToQueuedEntry(BrowseState& state, const QString& child, const QStringList& childPath)
+{
+    for (PendingBrowse& entry : state.work) {
+        if (entry.nodeId != child)
+            continue;
+        const QString newPath = joinBrowsePath(childPath);
+        const QString oldPath = joinBrowsePath(entry.path);
+        if (newPath.isEmpty())
+            return;
+        if (oldPath.isEmpty()) {
+            entry.path = childPath;
+            return;
+        }
+        const int newSegments = segmentCount(newPath);
+        const int oldSegments = segmentCount(oldPath);
+        if (newSegments > oldSegments || (newSegments == oldSegments && newPath.size() > oldPath.size()))
+            entry.path = childPath;
+        return;
+    }
+}
+
+void handleVariable(BrowseState& state, const QString& variable, const QStringList& childPath,
+                    const UA_ReferenceDescription& reference)
+{
+    const QString joined = joinBrowsePath(childPath);
+    const auto known = state.itemIndex.constFind(variable);
+    if (known != state.itemIndex.constEnd()) {
+        ClientCore::BrowseItem& item = (*state.items)[known.value()];
+        applyAlternateBrowsePath(&item.browsePath, &item.description, joined);
+        return;
+    }
+
+    const UA_NodeId& nodeId = reference.nodeId.nodeId;
+    UaNodeIdHolder dataType;
+    UA_StatusCode status = __UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_DATATYPE, dataType.get(),
+                                                     &UA_TYPES[UA_TYPES_NODEID]);
+    if (status != UA_STATUSCODE_GOOD) {
+        warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2").arg(variable, statusName(status)));
+        if (isConnectionLoss(status))
+            state.stopped = true;
+        return;
+    }
+
+    ResolvedDataType type;
+    if (!resolveSupportedDataType(state.client, *dataType, &type)) {
+        QString typeText = nodeIdToQString(*dataType);
+        if (typeText.isEmpty())
+            typeText = QStringLiteral("<unknown>");
+        warn(state, QStringLiteral("Skipping %1 because OPC UA data type %2 is not supported by the connector")
+                        .arg(variable, typeText));
+        return;
+    }
+
+    UA_Byte accessLevel = UA_ACCESSLEVELMASK_READ;
+    status = __UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_ACCESSLEVEL, &accessLevel,
+                                       &UA_TYPES[UA_TYPES_BYTE]);
+    const bool accessLevelFailed = status != UA_STATUSCODE_GOOD;
+    if (accessLevelFailed)
+        warn(state, QStringLiteral("Could not read access level for %1, defaulting to readable: %2")
+                        .arg(variable, statusName(status)));
+
+    UA_Int32 valueRank = UA_VALUERANK_SCALAR;
+    if (__UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_VALUERANK, &valueRank,
+                                  &UA_TYPES[UA_TYPES_INT32])
+        != UA_STATUSCODE_GOOD)
+        valueRank = UA_VALUERANK_SCALAR;
+
+    const bool readable = accessLevelFailed || (accessLevel & UA_ACCESSLEVELMASK_READ) != 0;
+    const bool writable = (accessLevel & UA_ACCESSLEVELMASK_WRITE) != 0 && type.writable;
+    if (!readable && !writable) {
+        warn(state, QStringLiteral("Skipping %1 because it is neither readable nor writable").arg(variable));
+        return;
+    }
+
+    ClientCore::BrowseItem item;
+    item.nodeId = variable;
+    item.browsePath = joined;
+    if (item.browsePath.isEmpty())
+        item.browsePath = uaText(reference.displayName.text);
+    if (item.browsePath.isEmpty())
+        item.browsePath = uaText(reference.browseName.name);
+    if (item.browsePath.isEmpty())
+        item.browsePath = variable;
+    item.dataType = type.name;
+    item.readable = readable;
+    item.writable = writable;
+    item.isArray = valueRank >= 0;
+    item.description = QStringLiteral("OPC UA Variable (%1%2)")
+                           .arg(type.name, item.isArray ? QStringLiteral(", array") : QString());
+
+    state.itemIndex.insert(variable, state.items->size());
+    state.items->append(item);
+    if (*state.progress)
+        (*state.progress)();
+}
+
+void handleReference(BrowseState& state, const QString& parent, const QStringList& parentPath,
+                     const UA_ReferenceDescription& reference)
+{
+    if (reference.nodeId.serverIndex != 0 || reference.nodeId.namespaceUri.length != 0) {
+        warn(state, QStringLiteral("Skipping non-local OPC UA reference under %1").arg(parent));
+        return;
+    }
+    const QString child = nodeIdToQString(reference.nodeId.nodeId);
+    if (child.isEmpty()) {
+        warn(state, QStringLiteral("Skipping OPC UA reference with unsupported NodeId encoding under %1").arg(parent));
+        return;
+    }
+
+    QStringList childPath = parentPath;
+    QString segment = uaText(reference.browseName.name);
+    if (segment.isEmpty())
+        segment = uaText(reference.displayName.text);
+    if (!segment.isEmpty())
+        childPath.append(segment);
+
+    if (reference.nodeClass != UA_NODECLASS_OBJECT && reference.nodeClass != UA_NODECLASS_VARIABLE
+        && reference.nodeClass != UA_NODECLASS_VIEW)
+        return;
+
+    if (!state.browsed.contains(child)) {
+        if (!state.queued.contains(child)) {
+            state.work.append(PendingBrowse{child, childPath});
+            state.queued.insert(child);
+        } else {
+            offerPathToQueuedEntry(state, child, childPath);
+        }
+    }
+
+    if (reference.nodeClass == UA_NODECLASS_VARIABLE)
+        handleVariable(state, child, childPath, reference);
+}
+
+// Handles one browse result and follows its continuation points to the end of the chain.
+void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResultHolder result)
+{
+    for (;;) {
+        if (UA_StatusCode_isBad(result->statusCode)) {
+            warn(state, QStringLiteral("Browse result failed for %1: %2").arg(parent.nodeId, statusName(result->statusCode)));
+            if (isConnectionLoss(result->statusCode))
+                state.stopped = true;
+            return;
+        }
+        for (size_t i = 0; i < result->referencesSize && !state.stopped; ++i)
+            handleReference(state, parent.nodeId, parent.path, result->references[i]);
+        if (state.stopped || result->continuationPoint.length == 0)
+            return;
+
+        UaBrowseNextRequestHolder request;
+        request->releaseContinuationPoints = false;
+        request->continuationPoints = UA_ByteString_new();
+        if (!request->continuationPoints
+            || UA_ByteString_copy(&result->continuationPoint, request->continuationPoints) != UA_STATUSCODE_GOOD)
+            return;
+        request->continuationPointsSize = 1;
+
+        UaBrowseNextResponseHolder response;
+        __UA_Client_Service(state.client, request.get(), &UA_TYPES[UA_TYPES_BROWSENEXTREQUEST], response.get(),
+                            &UA_TYPES[UA_TYPES_BROWSENEXTRESPONSE]);
+        const UA_StatusCode status = response->responseHeader.serviceResult;
+        if (status == UA_STATUSCODE_GOOD && response->resultsSize > 0) {
+            result = UaBrowseResultHolder::adopt(response->results[0]);
+            UA_BrowseResult_init(&response->results[0]);
+            continue;
+        }
+        // A Good answer without a result is reported with its Good status name on purpose.
+        warn(state, QStringLiteral("BrowseNext failed for %1: %2").arg(parent.nodeId, statusName(status)));
+        if (isConnectionLoss(status))
+            state.stopped = true;
+        return;
+    }
+}
+
+void browseOne(BrowseState& state, const PendingBrowse& entry)
+{
+    UaNodeIdHolder nodeId;
+    const QByteArray text = entry.nodeId.toUtf8();
+    UA_String uaString;
+    uaString.length = static_cast<size_t>(text.size());
+    uaString.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()));
+    if (UA_NodeId_parse(nodeId.get(), uaString) != UA_STATUSCODE_GOOD) {
+        warn(state, QStringLiteral("Unable to parse browsed node identifier %1").arg(entry.nodeId));
+        return;
+    }
+
+    UaBrowseRequestHolder request;
+    request->requestedMaxReferencesPerNode = 0;
+    request->nodesToBrowse = UA_BrowseDescription_new();
+    if (!request->nodesToBrowse)
+        return;
+    request->nodesToBrowseSize = 1;
+    UA_BrowseDescription& description = request->nodesToBrowse[0];
+    description.nodeId = nodeId.release();
+    description.browseDirection = UA_BROWSEDIRECTION_FORWARD;
+    description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
+    description.includeSubtypes = true;
+    description.nodeClassMask = browsedNodeClasses;
+    description.resultMask = UA_BROWSERESULTMASK_ALL;
+
+    UaBrowseResponseHolder response;
+    __UA_Client_Service(state.client, request.get(), &UA_TYPES[UA_TYPES_BROWSEREQUEST], response.get(),
+                        &UA_TYPES[UA_TYPES_BROWSERESPONSE]);
+    const UA_StatusCode status = response->responseHeader.serviceResult;
+    if (UA_StatusCode_isBad(status)) {
+        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, statusName(status)));
+        if (isConnectionLoss(status)) {
+            warn(state, QStringLiteral("Stopped browsing because the OPC UA server did not respond within the "
+                                       "connection timeout. %1 items were collected.")
+                            .arg(state.items->size()));
+            state.stopped = true;
+        }
+        return;
+    }
+
+    std::vector<UaBrowseResultHolder> results;
+    results.reserve(response->resultsSize);
+    for (size_t i = 0; i < response->resultsSize; ++i) {
+        results.push_back(UaBrowseResultHolder::adopt(response->results[i]));
+        UA_BrowseResult_init(&response->results[i]);
+    }
+    for (UaBrowseResultHolder& result : results) {
+        handleResult(state, entry, std::move(result));
+        if (state.stopped)
+            return;
+    }
+}
+
+} // namespace
+
+bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress)
+{
+    if (!items || !client || !isConnected())
+        return false;
+    items->clear();
+    if (warnings)
+        warnings->clear();
+
+    BrowseState state;
+    state.client = client;
+    state.items = items;
+    state.warnings = warnings;
+    state.progress = &progress;
+
+    QString start = nodeIdToQString(UA_NODEID_NUMERIC(0, objectsFolderId));
+    if (start.isEmpty())
+        start = QStringLiteral("i=85");
+    state.work.append(PendingBrowse{start, QStringList()});
+    state.queued.insert(start);
+
+    while (!state.work.isEmpty() && !state.stopped) {
+        const PendingBrowse entry = state.work.takeLast();
+        if (state.browsed.contains(entry.nodeId))
+            continue;
+        state.browsed.insert(entry.nodeId);
+        browseOne(state, entry);
+    }
+    return true;
+}

@@ -1,1 +1,52 @@
-#include "client_core/opc_ua_client_core.h"
+#include "client_core/browse_path.h"
+
+namespace {
+
+int segmentCount(const QString& path)
+{
+    return path.count(QLatin1Char('.')) + 1;
+}
+
+// A deeper path names a variable more precisely; at equal depth the longer one does.
+bool isBetterPath(const QString& candidate, const QString& current)
+{
+    const int candidateSegments = segmentCount(candidate);
+    const int currentSegments = segmentCount(current);
+    if (candidateSegments != currentSegments)
+        return candidateSegments > currentSegments;
+    return candidate.size() > current.size();
+}
+
+} // namespace
+
+QString joinBrowsePath(const QStringList& segments)
+{
+    QStringList kept;
+    for (const QString& raw : segments) {
+        const QString segment = raw.trimmed();
+        if (segment.isEmpty())
+            continue;
+        if (kept.isEmpty()
+            && (segment.compare(QLatin1String("Root"), Qt::CaseInsensitive) == 0
+                || segment.compare(QLatin1String("Objects"), Qt::CaseInsensitive) == 0))
+            continue;
+        kept.append(segment);
+    }
+    return kept.join(QLatin1Char('.'));
+}
+
+void applyAlternateBrowsePath(QString* path, QString* description, const QString& alternative)
+{
+    if (!path || alternative.isEmpty() || alternative == *path)
+        return;
+    const bool better = path->isEmpty() || isBetterPath(alternative, *path);
+    if (better) {
+        const QString oldPath = *path;
+        *path = alternative;
+        if (description && !oldPath.isEmpty() && !description->contains(oldPath))
+            description->append(QStringLiteral("; also %1").arg(oldPath));
+        return;
+    }
+    if (description && !description->contains(alternative))
+        description->append(QStringLiteral("; also %1").arg(alternative));
+}

@@ -1,1 +1,371 @@
 #include "client_core/opc_ua_client_core.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QMutexLocker>
+#include <QRegExp>
+
+#include <open62541/client_config_default.h>
+#include <open62541/plugin/log_stdout.h>
+#include <open62541/plugin/pki_default.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string.h>
+#include <utility>
+
+PluginInterface ClientCore::pluginInterface;
+QMutex ClientCore::pluginInterfaceMutex;
+ClientCore::WipedSecretsObserver ClientCore::wipedSecretsObserver = nullptr;
+
+// Whole-string base64 test, kept for the value-conversion family of the class.
+QRegExp rxOpaque(QStringLiteral("^([A-Za-z0-9+\\/]{4})*([A-Za-z0-9+\\/]{3}=|[A-Za-z0-9+\\/]{2}==)?$"));
+
+// Labels of the stack's log categories, indexed by category number.
+const char* const logCategoryNames[10] = {
+    "[network]", "[channel]", "[session]", "[server]",  "[client]",
+    "[userland]", "[securitypolicy]", "[eventloop]", "[pubsub]", "[discovery]",
+};
+
+namespace {
+
+const char* const moduleName = "opc_ua_client";
+const char* const securityPolicyNoneUri = "http://opcfoundation.org/UA/SecurityPolicy#None";
+const char* const defaultCertificateName = "ovrin_cert.der";
+const char* const defaultKeyName = "ovrin_key.der";
+
+// The stack's normal chatter while it discovers and connects to servers it does not know yet.
+const char* const noiseFragments[] = {
+    "already initiated",
+    "skip verifying ApplicationURI",
+    "different EndpointUrl",
+    "No suitable endpoint found",
+    "Empty trustlist",
+    "Could not open a TCP connection",
+    "No certificate store configured",
+};
+
+void attachLogger(UA_ClientConfig* config, ClientCore* core)
+{
+    if (!config->logging)
+        return;
+    config->logging->context = core;
+    config->logging->log = &ClientCore::loggerMethod;
+    // The context is this object, which the stack must never clear.
+    config->logging->clear = nullptr;
+}
+
+QString fileSetting(DeviceInstancePlugin& plugin, const QString& key, const char* defaultName)
+{
+    const QString value = plugin.settings[key];
+    if (value.isEmpty() || value == QLatin1String("0"))
+        return QString::fromLatin1(defaultName);
+    return value;
+}
+
+UA_ByteString borrowBytes(QByteArray& bytes)
+{
+    UA_ByteString borrowed;
+    borrowed.length = static_cast<size_t>(bytes.size());
+    borrowed.data = reinterpret_cast<UA_Byte*>(bytes.data());
+    return borrowed;
+}
+
+void replaceString(UA_String* target, const QByteArray& utf8)
+{
+    UA_String_clear(target);
+    UA_String source;
+    source.length = static_cast<size_t>(utf8.size());
+    source.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(utf8.constData()));
+    UA_String_copy(&source, target);
+}
+
+QString formatLogMessage(const char* format, va_list args)
+{
+    char small[512];
+    va_list sizing;
+    va_copy(sizing, args);
+    const int needed = std::vsnprintf(small, sizeof small, format, sizing);
+    va_end(sizing);
+    if (needed < 0)
+        return QString();
+    if (static_cast<size_t>(needed) < sizeof small)
+        return QString::fromUtf8(small, needed);
+    QByteArray large(needed + 1, Qt::Uninitialized);
+    std::vsnprintf(large.data(), static_cast<size_t>(needed) + 1, format, args);
+    return QString::fromUtf8(large.constData(), needed);
+}
+
+bool isNoise(const QString& text)
+{
+    for (const char* fragment : noiseFragments) {
+        if (text.contains(QLatin1String(fragment)))
+            return true;
+    }
+    return false;
+}
+
+// configure leaves the stack's logger record without its clear function, so the
+// record (not the context, which is the ClientCore) is released here after the client.
+UA_Logger* loggerRecordToRelease(UA_Client* client)
+{
+    UA_Logger* logger = UA_Client_getConfig(client)->logging;
+    if (logger && logger != UA_Log_Stdout && logger->clear == nullptr && logger->log == &ClientCore::loggerMethod)
+        return logger;
+    return nullptr;
+}
+
+void deleteStackClient(UA_Client* client)
+{
+    UA_Logger* logger = loggerRecordToRelease(client);
+    UA_Client_delete(client);
+    UA_free(logger);
+}
+
+} // namespace
+
+ClientCore::ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString clientName, int timeoutMs)
+    : client(UA_Client_new())
+    , filesPath(std::move(filesPath))
+    , clientName(std::move(clientName))
+    , timeoutMs(timeoutMs)
+{
+    if (configure(plugin))
+        connectOpcServer(&plugin);
+}
+
+ClientCore::ClientCore(ClientCore&& other)
+    : client(nullptr)
+    , filesPath()
+    , clientName()
+    , timeoutMs(0)
+    , lastConnectAttempt()
+    , connecting(false)
+    , disconnectLogged(false)
+{
+    *this = std::move(other);
+}
+
+ClientCore& ClientCore::operator=(ClientCore&& other)
+{
+    if (this == &other)
+        return *this;
+    // Only the client and the files directory travel; the rest of the state stays with each object.
+    if (client) {
+        disconnectOpcServer();
+        deleteStackClient(client);
+    }
+    client = other.client;
+    other.client = nullptr;
+    filesPath.swap(other.filesPath);
+    return *this;
+}
+
+ClientCore::~ClientCore()
+{
+    if (client) {
+        disconnectOpcServer();
+        deleteStackClient(client);
+        client = nullptr;
+    }
+}
+
+bool ClientCore::configure(DeviceInstancePlugin& plugin)
+{
+    if (!client)
+        return false;
+
+    const int mode = plugin.settings[QStringLiteral("security_mode")].toInt(nullptr, 10);
+    const QString policy = plugin.settings[QStringLiteral("security_policies")];
+    // A user name travels encrypted, so it needs the certificate even on an unsecured channel.
+    const bool needsCertificate = !(mode == UA_MESSAGESECURITYMODE_NONE
+                                    && policy == QLatin1String(securityPolicyNoneUri)
+                                    && plugin.settings[QStringLiteral("username")].isEmpty());
+
+    UA_ClientConfig* config = UA_Client_getConfig(client);
+    attachLogger(config, this);
+
+    UA_StatusCode status = UA_STATUSCODE_GOOD;
+    if (!needsCertificate) {
+        status = UA_ClientConfig_setDefault(config);
+    } else {
+        const QString certificatePath =
+            filesPath + fileSetting(plugin, QStringLiteral("certificate"), defaultCertificateName);
+        const QString keyPath = filesPath + fileSetting(plugin, QStringLiteral("key"), defaultKeyName);
+
+        QByteArray certificate = loadFile(certificatePath);
+        if (certificate.isEmpty())
+            qCritical() << "[" << moduleName << "]" << "Could not read the certificate";
+        QByteArray key = loadFile(keyPath);
+        if (key.isEmpty())
+            qCritical() << "[" << moduleName << "]" << "Could not read the key";
+
+        // A missing file degrades to an unencrypted configuration instead of failing.
+        if (!certificate.isEmpty() && !key.isEmpty())
+            status = UA_ClientConfig_setDefaultEncryption(config, borrowBytes(certificate), borrowBytes(key),
+                                                          nullptr, 0, nullptr, 0);
+        else
+            status = UA_ClientConfig_setDefault(config);
+        UA_CertificateVerification_AcceptAll(&config->certificateVerification);
+
+        clearByteArraySecurely(key);
+        clearByteArraySecurely(certificate);
+        if (wipedSecretsObserver)
+            wipedSecretsObserver(key, certificate);
+    }
+
+    if (status != UA_STATUSCODE_GOOD) {
+        qCritical() << "[" << moduleName << "]" << "Could not configure the OPC-UA client:"
+                    << UA_StatusCode_name(status);
+        return false;
+    }
+
+    // The defaults above install their own logger.
+    attachLogger(config, this);
+
+    const QByteArray applicationUri = (QStringLiteral("urn:ovrin-connect-client-") + clientName).toUtf8();
+    replaceString(&config->clientDescription.applicationUri, applicationUri);
+    replaceString(&config->clientDescription.productUri, applicationUri);
+    UA_LocalizedText_clear(&config->clientDescription.applicationName);
+    config->clientDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("en", "OVRIN Connect client");
+    config->securityMode = static_cast<UA_MessageSecurityMode>(mode);
+    replaceString(&config->securityPolicyUri, policy.toUtf8());
+    if (timeoutMs > 0)
+        config->timeout = static_cast<UA_UInt32>(qBound(1000, timeoutMs, 300000));
+    return true;
+}
+
+bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
+{
+    if (!client)
+        return false;
+
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const qint64 sinceLastAttempt = lastConnectAttempt.isValid() ? lastConnectAttempt.msecsTo(now) : 0;
+    // A clock that went back gives a negative span, which as unsigned never blocks an attempt.
+    if (connecting || isConnected()
+        || (lastConnectAttempt.isValid() && static_cast<quint64>(sinceLastAttempt) <= 4999))
+        return isConnected();
+    if (!plugin)
+        return isConnected();
+
+    disconnectOpcServer();
+    lastConnectAttempt = QDateTime::currentDateTimeUtc();
+    connecting = true;
+
+    plugin->address.remove(QLatin1Char(' '));
+    QString url = plugin->address;
+    if (!url.startsWith(QLatin1String("opc.tcp://")))
+        url.prepend(QLatin1String("opc.tcp://"));
+    const QByteArray urlUtf8 = url.toUtf8();
+
+    UA_StatusCode status;
+    const QString userName = plugin->settings[QStringLiteral("username")];
+    if (userName.isEmpty()) {
+        status = UA_Client_connect(client, urlUtf8.constData());
+    } else {
+        const QByteArray userUtf8 = userName.toUtf8();
+        QByteArray passwordUtf8 = plugin->settings[QStringLiteral("password")].toUtf8();
+        status = UA_Client_connectUsername(client, urlUtf8.constData(), userUtf8.constData(),
+                                           passwordUtf8.constData());
+        clearByteArraySecurely(passwordUtf8);
+    }
+    connecting = false;
+
+    if (status == UA_STATUSCODE_GOOD) {
+        disconnectLogged = false;
+        return true;
+    }
+    plugin->statusText = QString::fromUtf8(UA_StatusCode_name(status));
+    disconnectOpcServer();
+    logDisconnectOnce(plugin);
+    return false;
+}
+
+bool ClientCore::disconnectOpcServer()
+{
+    if (!client)
+        return false;
+    return UA_Client_disconnect(client) == UA_STATUSCODE_GOOD;
+}
+
+bool ClientCore::isConnected() const
+{
+    if (!client)
+        return false;
+    // Only the secure channel counts; the session state is deliberately not consulted.
+    UA_SecureChannelState channelState = UA_SECURECHANNELSTATE_CLOSED;
+    UA_Client_getState(client, &channelState, nullptr, nullptr);
+    return channelState == UA_SECURECHANNELSTATE_OPEN;
+}
+
+void ClientCore::logDisconnectOnce(DeviceInstancePlugin* plugin)
+{
+    if (!plugin || disconnectLogged)
+        return;
+    disconnectLogged = true;
+    qWarning() << "<warning>"
+               << QStringLiteral("Disconnected from %1: %2").arg(plugin->instanceName, plugin->statusText);
+}
+
+QByteArray ClientCore::loadFile(const QString& path) const
+{
+    QFile file(path);
+    // Unbuffered, so that no copy of a key is left behind in the device's own buffer.
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        qWarning() << QStringLiteral("[%1] Could not read %2 key").arg(QLatin1String(moduleName), path);
+        return QByteArray();
+    }
+    const bool pem = path.endsWith(QLatin1String(".pem"));
+    QByteArray data;
+    // Reserving the final size up front keeps the bytes in one allocation that the caller wipes.
+    const qint64 expected = file.size();
+    if (expected > 0 && expected < (1 << 30))
+        data.reserve(static_cast<int>(expected) + 1);
+    char chunk[4096];
+    for (;;) {
+        const qint64 count = file.read(chunk, sizeof chunk);
+        if (count <= 0)
+            break;
+        data.append(chunk, static_cast<int>(count));
+    }
+    explicit_bzero(chunk, sizeof chunk);
+    // PEM text reaches the stack NUL-terminated.
+    if (pem)
+        data.append('\0');
+    return data;
+}
+
+bool ClientCore::clearByteArraySecurely(QByteArray& data) const
+{
+    data.detach();
+    const int size = data.size();
+    if (size > 0)
+        explicit_bzero(data.data(), static_cast<size_t>(size));
+    if (size == 0)
+        return true;
+    // Deliberately only one byte is checked; for a one-byte buffer it is the terminator.
+    if (data.constData()[1] == 0)
+        return true;
+    qCritical() << "OPC-UA Client: Could not clear the key, data may be leaked";
+    return false;
+}
+
+void ClientCore::loggerMethod(void* context, UA_LogLevel level, UA_LogCategory category, const char* format,
+                              va_list args)
+{
+    Q_UNUSED(context);
+    const char* tag = nullptr;
+    QString text;
+    // Trace, debug and info are never written, so they are not formatted either.
+    if (format && (level == UA_LOGLEVEL_WARNING || level == UA_LOGLEVEL_ERROR || level == UA_LOGLEVEL_FATAL)) {
+        const int index = static_cast<int>(category);
+        const char* label = (index >= 0 && index < 10) ? logCategoryNames[index] : nullptr;
+        text = QString::fromLatin1(label ? label : "") + QLatin1Char(' ') + formatLogMessage(format, args);
+        if (level == UA_LOGLEVEL_FATAL || !isNoise(text))
+            tag = level == UA_LOGLEVEL_WARNING ? "<warning>" : "<error>";
+    }
+    QMutexLocker lock(&pluginInterfaceMutex);
+    if (tag)
+        qWarning() << tag << text;
+}

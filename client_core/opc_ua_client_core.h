@@ -79,6 +79,14 @@ public:
     static PluginInterface pluginInterface;
     static QMutex pluginInterfaceMutex;
 
+    // The stack client this object owns (null after a move-from); for inspection only.
+    UA_Client* stackClient() const { return client; }
+
+    // Called by configure with the certificate and key buffers right after they were wiped,
+    // so that a test can check that no secret byte is left in them. Null in production.
+    using WipedSecretsObserver = void (*)(const QByteArray& key, const QByteArray& certificate);
+    static WipedSecretsObserver wipedSecretsObserver;
+
 private:
     UA_Client* client = nullptr;
     QString filesPath;
