@@ -90,7 +90,9 @@ bool writeResult(const QJsonObject& result, const QString& path, QString* error)
     const QByteArray bytes = QJsonDocument(result).toJson(QJsonDocument::Indented);
     if (!path.isEmpty()) {
         QSaveFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
+        // Unbuffered, so that a failing write (disk full, file size limit) fails the commit
+        // instead of committing a truncated document over the previous one.
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Unbuffered)) {
             if (error)
                 *error = QStringLiteral("Unable to open output file: %1").arg(path);
             return false;

@@ -41,6 +41,9 @@ OpcTcpUrl parseOpcTcpUrl(const QString& url)
     QString host = authority;
     quint16 port = 4840;
     const int colon = authority.lastIndexOf(QLatin1Char(':'));
+    // "opc.tcp://:4840" names no host at all; it must not pass as a host called ":4840".
+    if (colon == 0)
+        host.clear();
     if (colon >= 1) {
         host = authority.left(colon);
         bool ok = false;

@@ -1,0 +1,307 @@
+// The discover process seen from the gateway: exit status, the one stderr line,
+// standard output and the output file.
+#include "tests/support/files.h"
+#include "tests/support/process_runner.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using test_support::ProcessResult;
+using test_support::runDiscover;
+using test_support::runProcess;
+
+namespace {
+
+const char kNoTarget[] =
+    "discover_items requires a target device object in request_json under 'device' or 'target_device'.\n";
+
+// discover_devices requests in these tests never scan: only namespaces we build may be scanned.
+QJsonObject devicesRequest(QJsonObject extra = {})
+{
+    QJsonObject options{{"tcp_subnet_scan", false}};
+    extra.insert("options", options);
+    return extra;
+}
+
+class FrontEndProcess : public ::testing::Test
+{
+protected:
+    QString request(const QJsonObject& object) { return test_support::writeJsonFile(dir_.path(), "request.json", object); }
+    QString path(const QString& name) const { return dir_.filePath(name); }
+    QTemporaryDir dir_;
+};
+
+QJsonObject parseStdout(const ProcessResult& result)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(result.out, &error);
+    EXPECT_EQ(error.error, QJsonParseError::NoError) << result.out.constData();
+    return document.object();
+}
+
+} // namespace
+
+TEST_F(FrontEndProcess, NoArgumentsAsksForATargetDevice)
+{
+    const ProcessResult result = runDiscover({});
+    ASSERT_TRUE(result.finished);
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, QByteArray(kNoTarget));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, ModeWithBlanksRunsDiscoverDevices)
+{
+    const ProcessResult result = runDiscover({"--mode", "  discover_devices  ", "--request", request(devicesRequest())});
+    ASSERT_TRUE(result.finished);
+    EXPECT_EQ(result.exitCode, 0) << result.err.constData();
+    EXPECT_TRUE(result.err.isEmpty());
+    const QJsonObject document = parseStdout(result);
+    EXPECT_EQ(document.value("mode").toString(), "discover_devices");
+    EXPECT_EQ(document.value("success"), QJsonValue(true));
+    EXPECT_EQ(document.value("devices"), QJsonValue(QJsonArray()));
+    EXPECT_EQ(document.value("items"), QJsonValue(QJsonArray()));
+    EXPECT_FALSE(document.contains("requested_device"));
+}
+
+TEST_F(FrontEndProcess, StdoutHoldsOnlyTheIndentedDocument)
+{
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", request(devicesRequest())});
+    ASSERT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, test_support::indentedJson(parseStdout(result)));
+}
+
+TEST_F(FrontEndProcess, ModeIsCaseSensitive)
+{
+    const ProcessResult result = runDiscover({"-m", "Discover_Devices"});
+    ASSERT_TRUE(result.finished);
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, QByteArray("Unsupported discovery mode: Discover_Devices\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, RequestModeIsUsedWithoutAnOption)
+{
+    const ProcessResult result = runDiscover({"-r", request(devicesRequest({{"mode", " discover_devices "}}))});
+    ASSERT_EQ(result.exitCode, 0) << result.err.constData();
+    EXPECT_EQ(parseStdout(result).value("mode").toString(), "discover_devices");
+}
+
+TEST_F(FrontEndProcess, CommandLineModeWinsOverRequestMode)
+{
+    const ProcessResult result = runDiscover({"-m", "discover_items", "-r", request(devicesRequest({{"mode", "discover_devices"}}))});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, QByteArray(kNoTarget));
+}
+
+TEST_F(FrontEndProcess, UnknownRequestModeIsRejected)
+{
+    const ProcessResult result = runDiscover({"-r", request({{"mode", "scan_all"}})});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, QByteArray("Unsupported discovery mode: scan_all\n"));
+}
+
+TEST_F(FrontEndProcess, NonStringRequestModeFallsBackToDiscoverItems)
+{
+    const ProcessResult result = runDiscover({"-r", request({{"mode", 5}})});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, QByteArray(kNoTarget));
+}
+
+TEST_F(FrontEndProcess, ArrayRequestIsNotAnObject)
+{
+    const QString file = test_support::writeFile(dir_.path(), "array.json", "[1, 2]");
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", file});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: no error occurred at offset 0\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, MissingRequestFileCannotBeOpened)
+{
+    const QString file = path("nothing-here.json");
+    const ProcessResult result = runDiscover({"-r", file});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, ("Unable to open request file: " + file + "\n").toUtf8());
+}
+
+TEST_F(FrontEndProcess, RequestPathIsReportedAsGiven)
+{
+    test_support::writeFile(dir_.path(), "r.json", "{}");
+    const ProcessResult result = runProcess("/bin/sh", {"-c", "cd '" + dir_.path() + "' && exec '" +
+                                                                 test_support::discoverExecutable() + "' -r ./missing.json"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Unable to open request file: ./missing.json\n"));
+}
+
+TEST_F(FrontEndProcess, DirectoryAsRequestCannotBeOpened)
+{
+    const ProcessResult result = runDiscover({"-r", dir_.path()});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, ("Unable to open request file: " + dir_.path() + "\n").toUtf8());
+}
+
+TEST_F(FrontEndProcess, EmptyRequestFileIsInvalid)
+{
+    const QString file = test_support::writeFile(dir_.path(), "empty.json", QByteArray());
+    const ProcessResult result = runDiscover({"-r", file});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: illegal value at offset 0\n"));
+}
+
+TEST_F(FrontEndProcess, RequestThatIsNotUtf8IsInvalid)
+{
+    const QString file = test_support::writeFile(dir_.path(), "latin1.json", QByteArray("{\"a\":\"\xff\xfe\"}"));
+    const ProcessResult result = runDiscover({"-r", file});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: invalid UTF8 string at offset 6\n"));
+}
+
+TEST_F(FrontEndProcess, TruncatedRequestReportsTheOffset)
+{
+    const QString file = test_support::writeFile(dir_.path(), "cut.json", QByteArray("{\"mode\": \"discover_devices\""));
+    const ProcessResult result = runDiscover({"-r", file});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: unterminated string at offset 27\n"));
+}
+
+TEST_F(FrontEndProcess, RandomBytesNeverCrash)
+{
+    QRandomGenerator random(20261122);
+    for (int round = 0; round < 20; ++round) {
+        QByteArray bytes(1 + static_cast<int>(random.bounded(512)), '\0');
+        for (char& byte : bytes)
+            byte = static_cast<char>(random.bounded(256));
+        if (round % 2)
+            bytes.prepend("{\"mode\":\"discover_devices\",");
+        const QString file = test_support::writeFile(dir_.path(), "random.json", bytes);
+        const ProcessResult result = runDiscover({"-r", file, "-o", path("out.json")});
+        ASSERT_TRUE(result.finished);
+        EXPECT_EQ(result.exitCode, 1) << "round " << round;
+        EXPECT_TRUE(result.err.startsWith("Invalid JSON request: ")) << result.err.constData();
+        EXPECT_EQ(result.err.count('\n'), 1);
+        EXPECT_FALSE(QFile::exists(path("out.json")));
+    }
+}
+
+TEST_F(FrontEndProcess, NumericJobIdIsWrittenBackAsNumber)
+{
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", request(devicesRequest({{"job_id", 17}}))});
+    ASSERT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(result.out.contains("\"job_id\": 17,"));
+    EXPECT_EQ(parseStdout(result).value("job_id"), QJsonValue(17));
+}
+
+TEST_F(FrontEndProcess, ResultGoesToTheOutputFileOnly)
+{
+    const QString out = path("result.json");
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", request(devicesRequest()), "-o", out});
+    ASSERT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_TRUE(result.err.isEmpty());
+    const QByteArray written = test_support::readFile(out);
+    EXPECT_EQ(written, test_support::indentedJson(QJsonDocument::fromJson(written).object()));
+    EXPECT_EQ(QJsonDocument::fromJson(written).object().value("mode").toString(), "discover_devices");
+}
+
+TEST_F(FrontEndProcess, ExistingOutputFileIsReplacedWhole)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", QByteArray(10000, '#'));
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", request(devicesRequest()), "-o", out});
+    ASSERT_EQ(result.exitCode, 0);
+    const QByteArray written = test_support::readFile(out);
+    EXPECT_FALSE(written.contains('#'));
+    EXPECT_TRUE(QJsonDocument::fromJson(written).isObject());
+    EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files), (QStringList{"request.json", "result.json"}));
+}
+
+TEST_F(FrontEndProcess, OutputInMissingDirectoryFailsWithStatusSeven)
+{
+    const QString out = path("no/such/dir/result.json");
+    const ProcessResult result = runDiscover({"-m", "discover_devices", "-r", request(devicesRequest()), "-o", out});
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, ("Unable to open output file: " + out + "\n").toUtf8());
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, FailedWriteKeepsThePreviousOutput)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    // A file size limit of zero makes every write fail; the signal it raises is ignored.
+    const QString command = QStringLiteral("trap '' XFSZ; ulimit -f 0; exec '%1' -m discover_devices -r '%2' -o '%3'")
+                                .arg(test_support::discoverExecutable(), request(devicesRequest()), out);
+    const ProcessResult result = runProcess("/bin/bash", {"-c", command});
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, ("Unable to write output file: " + out + "\n").toUtf8());
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
+    EXPECT_EQ(QDir(dir_.path()).entryList(QDir::Files), (QStringList{"request.json", "result.json"}));
+}
+
+TEST_F(FrontEndProcess, FailedRequestLeavesOutputUntouched)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    const QString bad = test_support::writeFile(dir_.path(), "bad.json", "{");
+    const ProcessResult result = runDiscover({"-r", bad, "-o", out});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
+}
+
+TEST_F(FrontEndProcess, ItemsWithoutTargetWritesNothing)
+{
+    const QString out = path("result.json");
+    const ProcessResult result = runDiscover({"-m", "discover_items", "-r", request({{"device", "plc"}}), "-o", out});
+    EXPECT_EQ(result.exitCode, 3);
+    EXPECT_EQ(result.err, QByteArray(kNoTarget));
+    EXPECT_FALSE(QFile::exists(out));
+}
+
+TEST_F(FrontEndProcess, TargetWithoutAddressFailsWithStatusFour)
+{
+    const QJsonObject device{{"uid", "plc-1"}, {"address", "   "}};
+    const ProcessResult result = runDiscover({"-m", "discover_items", "-r", request({{"device", device}})});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, QByteArray("Target device is missing an address\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, TargetDeviceWithoutAddressFailsWhenDeviceIsNoObject)
+{
+    const ProcessResult result =
+        runDiscover({"-m", "discover_items", "-r", request({{"device", 3}, {"target_device", QJsonObject{{"id", 4}}}})});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, QByteArray("Target device is missing an address\n"));
+}
+
+TEST_F(FrontEndProcess, HelpDescribesTheOptions)
+{
+    const ProcessResult result = runDiscover({"--help"});
+    ASSERT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(result.out.contains("OPC UA client discovery."));
+    EXPECT_TRUE(result.out.contains("-m, --mode <mode>"));
+    EXPECT_TRUE(result.out.contains("Discovery mode: discover_devices or discover_items."));
+    EXPECT_TRUE(result.out.contains("-r, --request <path>"));
+    EXPECT_TRUE(result.out.contains("Path to a JSON request file."));
+    EXPECT_TRUE(result.out.contains("-o, --output <path>"));
+    EXPECT_TRUE(result.out.contains("Path to a JSON output file. Defaults to stdout."));
+}
+
+TEST_F(FrontEndProcess, VersionIsOnePointZero)
+{
+    const ProcessResult result = runDiscover({"--version"});
+    ASSERT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.out, QByteArray("discover 1.0\n"));
+}
+
+TEST_F(FrontEndProcess, UnknownOptionIsRejectedByTheParser)
+{
+    const ProcessResult result = runDiscover({"--bogus"});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.err.contains("Unknown option 'bogus'."));
+    EXPECT_TRUE(result.out.isEmpty());
+}
