@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace opcua_sim {
+
+struct EndpointSpec
+{
+    int mode = 1;                 // MessageSecurityMode number
+    QString policyUri;            // full security-policy URI
+    int securityLevel = -1;       // -1: keep the stack's value
+};
+
+struct UserSpec
+{
+    QString name;
+    QString password;
+};
+
+struct ApplicationSpec
+{
+    QString name;
+    QString locale;
+    QString uri;
+    QString productUri;
+    int type = 0;                 // ApplicationType number
+    QStringList discoveryUrls;    // only for the extra FindServers entries
+};
+
+struct AddressSpaceSpec
+{
+    QStringList presets;
+    bool hideServerObject = false;
+    int deepLevels = 20;
+    int manyChildren = 100;
+    int syntheticCount = 0;
+    int syntheticFolderSize = 100;
+    quint32 maxReferencesPerNode = 0;
+};
+
+struct MisbehaviourSpec
+{
+    int delayMs = 0;
+    qint64 delayAfter = 0;
+    QStringList delayServices;
+    qint64 dropAfter = -1;
+    QStringList dropServices;
+};
+
+struct Scenario
+{
+    QString listen = QStringLiteral("127.0.0.1");
+    quint16 port = 4840;
+    QString advertisedHost;       // empty: derived from listen
+    QString path;
+    ApplicationSpec application;
+    bool noEndpoints = false;
+    QList<EndpointSpec> endpoints;
+    bool anonymous = true;
+    QList<UserSpec> users;
+    bool findServersSelf = true;
+    QList<ApplicationSpec> extraServers;
+    AddressSpaceSpec addressSpace;
+    MisbehaviourSpec misbehaviour;
+};
+
+bool scenarioFromJson(const QJsonObject& json, Scenario* scenario, QString* error);
+bool loadScenario(const QString& path, Scenario* scenario, QString* error);
+
+QString securityPolicyUri(const QString& shortName);
+bool hasPreset(const Scenario& scenario, const QString& preset);
+QString advertisedHost(const Scenario& scenario);
+QString advertisedUrl(const Scenario& scenario);
+
+} // namespace opcua_sim
