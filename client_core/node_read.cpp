@@ -1,1 +1,195 @@
+#include "client_core/node_id.h"
+
 #include "client_core/opc_ua_client_core.h"
+#include "client_core/ua_holders.h"
+
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QList>
+#include <QUuid>
+
+#include <open62541/client_highlevel.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+namespace {
+
+const qint64 unixEpochTicks = 116444736000000000LL;
+const qint64 ticksPerMs = 10000;
+
+UA_DateTime ticksFromUnixMs(qint64 ms)
+{
+    return ms * ticksPerMs + unixEpochTicks;
+}
+
+// The history read's handle: copies of the received data values, cleared when the read ends.
+struct HistoryValues
+{
+    QList<UA_DataValue> values;
+
+    HistoryValues() = default;
+    HistoryValues(const HistoryValues&) = delete;
+    HistoryValues& operator=(const HistoryValues&) = delete;
+    ~HistoryValues()
+    {
+        for (UA_DataValue& v : values)
+            UA_DataValue_clear(&v);
+    }
+};
+
+qint64 sortKey(const UA_DataValue& v)
+{
+    return v.hasSourceTimestamp ? v.sourceTimestamp : std::numeric_limits<qint64>::min();
+}
+
+QString historyTimeText(const UA_DataValue& v)
+{
+    if (!v.hasSourceTimestamp)
+        return QDateTime::currentDateTimeUtc().toString();
+    const qint64 ms = (v.sourceTimestamp - unixEpochTicks) / ticksPerMs;
+    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
+} // namespace
+
+UA_NodeId getNodeId(ClientCore::Node* node)
+{
+    UA_NodeId id;
+    UA_NodeId_init(&id);
+    if (node->useFullNodeId) {
+        QByteArray text = node->fullNodeId.toUtf8();
+        UA_String s;
+        s.length = static_cast<size_t>(text.size());
+        s.data = reinterpret_cast<UA_Byte*>(text.data());
+        if (UA_NodeId_parse(&id, s) != UA_STATUSCODE_GOOD) {
+            UA_NodeId_clear(&id);
+            UA_NodeId_init(&id);
+        }
+        return id;
+    }
+
+    bool isNumber = false;
+    const qlonglong number = node->identifier.toLongLong(&isNumber, 10);
+    if (isNumber)
+        return UA_NODEID_NUMERIC(node->namespaceIndex, static_cast<UA_UInt32>(number));
+
+    const QUuid uuid(node->identifier);
+    if (!uuid.isNull()) {
+        UA_Guid guid;
+        guid.data1 = uuid.data1;
+        guid.data2 = uuid.data2;
+        guid.data3 = uuid.data3;
+        std::memcpy(guid.data4, uuid.data4, sizeof(guid.data4));
+        return UA_NODEID_GUID(node->namespaceIndex, guid);
+    }
+
+    const QByteArray text = node->identifier.toUtf8();
+    id.namespaceIndex = node->namespaceIndex;
+    id.identifierType = UA_NODEIDTYPE_STRING;
+    UA_String s;
+    s.length = static_cast<size_t>(text.size());
+    s.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()));
+    if (UA_String_copy(&s, &id.identifier.string) != UA_STATUSCODE_GOOD)
+        UA_NodeId_init(&id);
+    return id;
+}
+
+UA_Boolean readHist(UA_Client* client, const UA_NodeId* nodeId, UA_Boolean moreDataAvailable,
+                    const UA_ExtensionObject* data, void* handle)
+{
+    Q_UNUSED(client);
+    Q_UNUSED(nodeId);
+    Q_UNUSED(moreDataAvailable);
+    if (!data || !handle || data->encoding < UA_EXTENSIONOBJECT_DECODED
+        || data->content.decoded.type != &UA_TYPES[UA_TYPES_HISTORYDATA])
+        return true;
+
+    auto* values = static_cast<QList<UA_DataValue>*>(handle);
+    const auto* history = static_cast<const UA_HistoryData*>(data->content.decoded.data);
+    for (size_t i = 0; i < history->dataValuesSize; ++i) {
+        UaDataValueHolder copy;
+        if (UA_DataValue_copy(&history->dataValues[i], copy.get()) == UA_STATUSCODE_GOOD)
+            values->append(copy.release());
+    }
+    return true;
+}
+
+bool ClientCore::readNode(ClientCore::Node* node)
+{
+    UaNodeIdHolder nodeId = UaNodeIdHolder::adopt(getNodeId(node));
+    UaVariantHolder value;
+    HistoryValues history;
+    UA_StatusCode status = UA_STATUSCODE_BADINTERNALERROR;
+
+    if (client && node->readMode != 1) {
+        status = __UA_Client_readAttribute(client, nodeId.get(), UA_ATTRIBUTEID_VALUE, value.get(),
+                                           &UA_TYPES[UA_TYPES_VARIANT]);
+    } else if (client) {
+        const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+        const qint64 startMs = node->historyStartMs < 0 ? nowMs + node->historyStartMs : node->historyStartMs;
+        const qint64 endMs = node->historyEndMs > 0 ? node->historyEndMs : nowMs + node->historyEndMs;
+        const UA_DateTime start = ticksFromUnixMs(startMs);
+        UA_DateTime end = ticksFromUnixMs(endMs);
+        if (start > end)
+            end = ticksFromUnixMs(nowMs);
+        status = UA_Client_HistoryRead_raw(client, nodeId.get(), readHist, start, end, UA_STRING_NULL, false, 10,
+                                           UA_TIMESTAMPSTORETURN_BOTH, &history.values);
+        std::stable_sort(history.values.begin(), history.values.end(),
+                         [](const UA_DataValue& a, const UA_DataValue& b) { return sortKey(a) > sortKey(b); });
+    }
+
+    if (status == UA_STATUSCODE_BADINTERNALERROR || status == UA_STATUSCODE_BADSECURECHANNELIDINVALID
+        || !isConnected()) {
+        node->error = QStringLiteral("Connection failed");
+        return false;
+    }
+    if (status == UA_STATUSCODE_BADNODEIDUNKNOWN || status == UA_STATUSCODE_BADNODEATTRIBUTESINVALID) {
+        node->error = QStringLiteral("Unknown node identifier (ns: ") + QString::number(node->namespaceIndex)
+            + QStringLiteral(" id:") + node->identifier + QStringLiteral("). Error: ")
+            + QString::fromUtf8(UA_StatusCode_name(status));
+        return false;
+    }
+    if (status != UA_STATUSCODE_GOOD) {
+        node->error = QStringLiteral("Error code: ") + QString::fromUtf8(UA_StatusCode_name(status));
+        return false;
+    }
+
+    if (history.values.isEmpty()) {
+        node->timestamp = QDateTime::currentDateTimeUtc();
+        return convertValueToNode(node, value.get());
+    }
+
+    QJsonArray entries;
+    for (UA_DataValue& dataValue : history.values) {
+        QJsonObject entry;
+        entry.insert(QStringLiteral("time"), historyTimeText(dataValue));
+        if (!convertValueToNode(node, &dataValue.value))
+            continue;
+        entry.insert(QStringLiteral("value"), node->value);
+        entries.append(entry);
+    }
+    node->value = QString::fromUtf8(QJsonDocument(entries).toJson(QJsonDocument::Compact));
+    node->timestamp = QDateTime::currentDateTimeUtc();
+    return true;
+}
+
+bool ClientCore::convertValueToNode(ClientCore::Node* node, UA_Variant* value)
+{
+    if (!value->type) {
+        node->value.clear();
+        return true;
+    }
+    const quint32 kind = value->type->typeKind;
+    node->dataTypeKind = static_cast<qint32>(kind);
+    if (!UA_Variant_isScalar(value))
+        return convertValue(node, value);
+    if (kind < UA_TYPES_COUNT && value->type == &UA_TYPES[kind])
+        return convertValue(node, value);
+    node->error = QStringLiteral("Invalid/Unsupported scalar type %1 (%2)")
+                      .arg(QString::fromUtf8(value->type->typeName), QString::number(kind));
+    return false;
+}
