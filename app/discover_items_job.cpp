@@ -1,14 +1,22 @@
 #include "app/discover_items_job.h"
 
 #include "app/front_end.h"
+#include "discovery/labels.h"
+#include "framework/device_instance_plugin.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QJsonDocument>
 #include <QJsonValue>
 #include <QRegularExpression>
+#include <QSaveFile>
 #include <QSet>
 #include <QStringList>
 
 #include <algorithm>
+#include <functional>
 
 namespace {
 
@@ -41,6 +49,44 @@ bool targetDevice(const QJsonObject& request, QJsonObject* device)
     return false;
 }
 
+// The program's "files/" directory when it exists, else the program's own directory.
+QString filesDirectory()
+{
+    const QString programDir = QCoreApplication::applicationDirPath();
+    QString path = programDir + QStringLiteral("/files/");
+    if (!QDir(path).exists())
+        path = programDir + QLatin1Char('/');
+    if (!path.endsWith(QLatin1Char('/')))
+        path += QLatin1Char('/');
+    return path;
+}
+
+// The compact envelope always starts with these keys ("devices" is always empty and sorts
+// first), so a snapshot is this head, the records and the rest of the envelope.
+const char snapshotHead[] = "{\"devices\":[],\"items\":[";
+
+bool lessByIdentifier(const QString& a, const QString& b)
+{
+    return a.compare(b, Qt::CaseInsensitive) < 0;
+}
+
+void fillRecord(ItemSnapshot::Record* record, const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item)
+{
+    record->browsePath = item.browsePath;
+    record->description = item.description;
+    record->dataType = item.dataType;
+    record->readable = item.readable;
+    record->writable = item.writable;
+    record->json = QJsonDocument(buildItemCandidate(config, item)).toJson(QJsonDocument::Compact);
+}
+
+bool recordIsCurrent(const ItemSnapshot::Record& record, const ClientCore::BrowseItem& item)
+{
+    // Unchanged strings still share their data with the record's copies, so these are pointer tests.
+    return record.browsePath == item.browsePath && record.description == item.description
+        && record.dataType == item.dataType && record.readable == item.readable && record.writable == item.writable;
+}
+
 } // namespace
 
 bool parseDeviceConfig(const QJsonObject& device, DiscoveryDeviceConfig* config, QString* error)
@@ -66,7 +112,8 @@ bool parseDeviceConfig(const QJsonObject& device, DiscoveryDeviceConfig* config,
 QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier)
 {
     QString devicePart = config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address);
-    devicePart.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9_]+")), QStringLiteral("_"));
+    static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
+    devicePart.replace(unsafeRun, QStringLiteral("_"));
     devicePart.truncate(32);
     const QString nodePart = QString::fromLatin1(
         QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
@@ -102,8 +149,9 @@ QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const Client
 QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items)
 {
     QList<ClientCore::BrowseItem> sorted = items;
-    std::sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
-        return a.nodeId.compare(b.nodeId, Qt::CaseInsensitive) < 0;
+    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
+        return lessByIdentifier(a.nodeId, b.nodeId);
     });
     QJsonArray array;
     QSet<QString> emitted;
@@ -114,6 +162,97 @@ QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<
         array.append(buildItemCandidate(config, item));
     }
     return array;
+}
+
+void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& config, const QJsonObject& request,
+                        const QList<ClientCore::BrowseItem>& items, const QStringList& warnings)
+{
+    bool startOver = items.size() < snapshot->records.size();
+    for (int i = 0; !startOver && i < snapshot->records.size(); ++i)
+        startOver = snapshot->records.at(i).nodeId != items.at(i).nodeId;
+    if (startOver) {
+        snapshot->records.clear();
+        snapshot->order.clear();
+        snapshot->reported.clear();
+    }
+
+    // A variable reached again on a better path changes its name and description in place.
+    for (int i = 0; i < snapshot->records.size(); ++i) {
+        const ClientCore::BrowseItem& item = items.at(i);
+        if (!snapshot->records.at(i).json.isEmpty() && !recordIsCurrent(snapshot->records.at(i), item))
+            fillRecord(&snapshot->records[i], config, item);
+    }
+
+    snapshot->records.reserve(items.size());
+    for (int i = snapshot->records.size(); i < items.size(); ++i) {
+        const ClientCore::BrowseItem& item = items.at(i);
+        ItemSnapshot::Record record;
+        record.nodeId = item.nodeId;
+        // Only the first of equal identifiers is reported; it is also the first in sorted order.
+        if (!snapshot->reported.contains(item.nodeId)) {
+            snapshot->reported.insert(item.nodeId);
+            fillRecord(&record, config, item);
+            // After every equal identifier, as a stable sort of the browse order puts it.
+            const auto position = std::upper_bound(
+                snapshot->order.begin(), snapshot->order.end(), item.nodeId,
+                [snapshot](const QString& id, int index) { return lessByIdentifier(id, snapshot->records.at(index).nodeId); });
+            snapshot->order.insert(position, i);
+        }
+        snapshot->records.append(record);
+    }
+
+    if (!snapshot->tailBuilt || snapshot->warnings != warnings) {
+        const QByteArray whole =
+            QJsonDocument(buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings)))
+                .toJson(QJsonDocument::Compact);
+        snapshot->tail = whole.mid(int(sizeof snapshotHead) - 1);
+        snapshot->warnings = warnings;
+        snapshot->tailBuilt = true;
+    }
+}
+
+QByteArray itemSnapshotJson(const ItemSnapshot& snapshot)
+{
+    qsizetype size = qsizetype(sizeof snapshotHead) + snapshot.tail.size() + snapshot.order.size();
+    for (int index : snapshot.order)
+        size += snapshot.records.at(index).json.size();
+    QByteArray json;
+    json.reserve(int(size));
+    json.append(snapshotHead);
+    for (int i = 0; i < snapshot.order.size(); ++i) {
+        if (i > 0)
+            json.append(',');
+        json.append(snapshot.records.at(snapshot.order.at(i)).json);
+    }
+    json.append(snapshot.tail);
+    return json;
+}
+
+bool writeItemSnapshot(const ItemSnapshot& snapshot, const QString& path)
+{
+    QSaveFile file(path);
+    // Unbuffered: a failing write fails the commit, so the previous snapshot stays whole.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Text | QIODevice::Unbuffered))
+        return false;
+    // The records go out in large pieces, so a snapshot costs few system calls and no copy of the document.
+    const int chunkSize = 256 * 1024;
+    QByteArray chunk;
+    chunk.reserve(chunkSize + 4096);
+    chunk.append(snapshotHead);
+    for (int i = 0; i < snapshot.order.size(); ++i) {
+        if (i > 0)
+            chunk.append(',');
+        chunk.append(snapshot.records.at(snapshot.order.at(i)).json);
+        if (chunk.size() >= chunkSize) {
+            if (file.write(chunk) != chunk.size())
+                return false;
+            chunk.resize(0);
+        }
+    }
+    chunk.append(snapshot.tail);
+    if (file.write(chunk) != chunk.size())
+        return false;
+    return file.commit();
 }
 
 int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
@@ -127,9 +266,53 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     if (!parseDeviceConfig(device, &config, &error))
         return failWith(ExitNoAddress, error);
 
-    // The connection and the browse join here once the client core exists.
-    const QJsonObject result =
-        buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(QStringList()));
+    DeviceInstancePlugin plugin;
+    plugin.uid = config.uid;
+    plugin.address = config.address;
+    plugin.settings = config.fields;
+    const QString filesPath = filesDirectory();
+    const int timeoutMs = readTimeoutMs(request, 5000);
+    const QString snapshotPath = qEnvironmentVariable("OVRIN_DISCOVERY_OUTPUT_FILE").trimmed();
+
+    ScopedStdoutSilencer silencer;
+    // Lives until the job returns, so the connection closes only after the result is written.
+    ClientCore core(plugin, filesPath, QStringLiteral("opc_ua_discovery"), timeoutMs);
+    if (!core.isConnected()) {
+        const QString detail =
+            plugin.statusText.isEmpty() ? QStringLiteral("Could not connect to OPC UA server") : plugin.statusText;
+        const QString message = OpcUaDiscovery::describeConnectFailure(
+            detail, config.fields.value(QStringLiteral("security_mode")).toInt(nullptr, 10),
+            config.fields.value(QStringLiteral("security_policies")), QStringList());
+        silencer.restore();
+        return failWith(ExitConnectFailed, message);
+    }
+
+    QList<ClientCore::BrowseItem> items;
+    QStringList warnings;
+    ItemSnapshot snapshot;
+    int lastSnapshotCount = 0;
+    QElapsedTimer snapshotTimer;
+    snapshotTimer.start();
+    const std::function<void()> progress = [&]() {
+        const int count = items.size();
+        if (count - lastSnapshotCount < 20 && snapshotTimer.elapsed() < 400)
+            return;
+        lastSnapshotCount = count;
+        snapshotTimer.restart();
+        updateItemSnapshot(&snapshot, config, request, items, warnings);
+        // Progress is best effort: a snapshot that cannot be written changes nothing.
+        if (!snapshotPath.isEmpty())
+            writeItemSnapshot(snapshot, snapshotPath);
+    };
+    if (!core.browseNodes(&items, &warnings, progress)) {
+        const QString message = plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
+        silencer.restore();
+        return failWith(ExitBrowseFailed, message);
+    }
+
+    const QJsonObject result = buildResult(QStringLiteral("discover_items"), request, itemArrayFromBrowse(config, items),
+                                           warningArrayFrom(warnings));
+    silencer.restore();
     if (!writeResult(result, outputPath, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
