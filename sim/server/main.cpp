@@ -125,6 +125,8 @@ int main(int argc, char** argv)
                         .arg(scenario.listen, QString::number(scenario.port),
                              QString::fromLatin1(UA_StatusCode_name(status))));
     }
+    // The stack browses its own nodes while it builds and starts, so the limit comes last.
+    UA_Server_getConfig(server)->maxReferencesPerNode = scenario.addressSpace.maxReferencesPerNode;
     opcua_sim::writeRequestStats(hook.stats);
     std::printf("ready %u\n", static_cast<unsigned>(scenario.port));
     std::fflush(stdout);

@@ -23,7 +23,7 @@ void logToStderr(void*, UA_LogLevel level, UA_LogCategory, const char* msg, va_l
     if (level < UA_LOGLEVEL_WARNING || std::strstr(msg, "Unconfigured AccessControl") ||
         std::strstr(msg, "x509 Certificate Authentication configured") ||
         std::strstr(msg, "Username/Password configured, but no encrypting SecurityPolicy") ||
-        std::strstr(msg, "AcceptAll Certificate Verification") || std::strstr(msg, "Timeout during poll"))
+        std::strstr(msg, "AcceptAll Certificate Verification") || std::strstr(msg, "SecurityPolicy is unsecure") || std::strstr(msg, "Timeout during poll"))
         return;
     std::fprintf(stderr, "opcua_sim: ");
     std::vfprintf(stderr, msg, args);
@@ -248,8 +248,8 @@ bool configureServer(UA_ServerConfig* config, const Scenario& scenario, QString*
         *error = QStringLiteral("out of memory");
         return false;
     }
-    config->maxReferencesPerNode = scenario.addressSpace.maxReferencesPerNode;
-    config->tcpReuseAddr = true;
+    // A port taken by another process must fail the start instead of sharing the port.
+    config->tcpReuseAddr = false;
     return true;
 }
 

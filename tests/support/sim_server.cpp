@@ -1,0 +1,166 @@
+#include "tests/support/sim_server.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QProcess>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace test_support {
+
+namespace {
+
+constexpr int readyTimeoutMs = 15000;
+constexpr int startAttempts = 5;
+
+} // namespace
+
+QString simExecutable()
+{
+    return QStringLiteral(DISCOVER_SIM_EXECUTABLE);
+}
+
+quint16 freeLoopbackPort()
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0)
+        return 0;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = 0;
+    socklen_t length = sizeof address;
+    quint16 port = 0;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+        port = ntohs(address.sin_port);
+    ::close(fd);
+    return port;
+}
+
+SimServer::SimServer() = default;
+
+SimServer::~SimServer()
+{
+    stop();
+}
+
+bool SimServer::start(const QJsonObject& scenario, QString* error)
+{
+    if (!dir_.isValid()) {
+        *error = QStringLiteral("no temporary directory");
+        return false;
+    }
+    const QString path = dir_.filePath(QStringLiteral("scenario.json"));
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) ||
+        file.write(QJsonDocument(scenario).toJson()) < 0) {
+        *error = QStringLiteral("cannot write %1").arg(path);
+        return false;
+    }
+    file.close();
+    return startFile(path, error);
+}
+
+bool SimServer::startFile(const QString& scenarioPath, QString* error)
+{
+    stop();
+    if (!dir_.isValid()) {
+        *error = QStringLiteral("no temporary directory");
+        return false;
+    }
+    // Another process may take the port between the probe and the simulator's bind.
+    for (int attempt = 0; attempt < startAttempts; ++attempt) {
+        const quint16 port = freeLoopbackPort();
+        if (port != 0 && launch(scenarioPath, port, error))
+            return true;
+    }
+    return false;
+}
+
+bool SimServer::launch(const QString& scenarioPath, quint16 port, QString* error)
+{
+    QFile::remove(statsFilePath());
+    process_ = std::make_unique<QProcess>();
+    process_->setProgram(simExecutable());
+    process_->setArguments({QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"),
+                            QString::number(port), QStringLiteral("--listen"), QStringLiteral("127.0.0.1"),
+                            QStringLiteral("--stats-file"), statsFilePath()});
+    // Forwarded, so that a chatty simulator never blocks on a full pipe while a test runs.
+    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process_->setReadChannel(QProcess::StandardOutput);
+    process_->start();
+    if (!process_->waitForStarted(readyTimeoutMs)) {
+        *error = QStringLiteral("cannot start %1: %2").arg(simExecutable(), process_->errorString());
+        process_.reset();
+        return false;
+    }
+    QElapsedTimer timer;
+    timer.start();
+    const QByteArray expected = "ready " + QByteArray::number(port);
+    while (timer.elapsed() < readyTimeoutMs) {
+        if (process_->canReadLine()) {
+            const QByteArray line = process_->readLine().trimmed();
+            if (line == expected) {
+                port_ = port;
+                return true;
+            }
+        }
+        if (process_->state() == QProcess::NotRunning)
+            break;
+        process_->waitForReadyRead(50);
+    }
+    *error = QStringLiteral("opcua_sim did not get ready on port %1 (its messages are on standard error)")
+                 .arg(port);
+    stop();
+    return false;
+}
+
+void SimServer::stop()
+{
+    if (process_) {
+        if (process_->state() != QProcess::NotRunning) {
+            process_->terminate();
+            if (!process_->waitForFinished(10000)) {
+                process_->kill();
+                process_->waitForFinished(5000);
+            }
+        }
+        process_.reset();
+    }
+    port_ = 0;
+}
+
+bool SimServer::running() const
+{
+    return process_ && process_->state() == QProcess::Running;
+}
+
+quint16 SimServer::port() const
+{
+    return port_;
+}
+
+QString SimServer::endpointUrl() const
+{
+    return QStringLiteral("opc.tcp://127.0.0.1:%1").arg(port_);
+}
+
+QString SimServer::statsFilePath() const
+{
+    return dir_.filePath(QStringLiteral("stats.json"));
+}
+
+QJsonObject SimServer::stats() const
+{
+    QFile file(statsFilePath());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+} // namespace test_support

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+class QProcess;
+
+namespace test_support {
+
+// One opcua_sim process on a free loopback port (scenario format: sim/README.md).
+// Stops the process when it goes out of scope.
+class SimServer
+{
+public:
+    SimServer();
+    ~SimServer();
+    SimServer(const SimServer&) = delete;
+    SimServer& operator=(const SimServer&) = delete;
+
+    // Writes the scenario into its own temporary directory and starts the simulator on it.
+    bool start(const QJsonObject& scenario, QString* error);
+    bool startFile(const QString& scenarioPath, QString* error);
+    void stop();
+    bool running() const;
+
+    quint16 port() const;
+    QString endpointUrl() const;  // opc.tcp://127.0.0.1:PORT
+    // The request counters of the stats file; empty before the start.
+    QJsonObject stats() const;
+    QString statsFilePath() const;
+
+private:
+    bool launch(const QString& scenarioPath, quint16 port, QString* error);
+
+    QTemporaryDir dir_;
+    std::unique_ptr<QProcess> process_;
+    quint16 port_ = 0;
+};
+
+QString simExecutable();
+// A loopback port that nothing listened on a moment ago.
+quint16 freeLoopbackPort();
+
+} // namespace test_support
