@@ -5,7 +5,6 @@
 #include <QSet>
 
 #include <algorithm>
-#include <iterator>
 
 namespace OpcUaDiscovery {
 
@@ -18,7 +17,7 @@ struct PolicyBonus
     int usernameOnlyBonus;
 };
 
-// Tested in this order; "#Basic256Sha256" must come before "#Basic256".
+// Policy bonus of an offer that accepts anonymous, and of one that accepts only a user name.
 const PolicyBonus kSupportedPolicies[] = {
     {"#None", 80, 40},
     {"#Basic256Sha256", 70, 30},
@@ -42,25 +41,25 @@ int modeBase(int securityMode)
     }
 }
 
-int policyBonus(const QString& policyUri, bool anonymous)
+const PolicyBonus* supportedPolicy(const QString& policyUri)
 {
     for (const PolicyBonus& policy : kSupportedPolicies) {
         if (policyUri.endsWith(QLatin1String(policy.suffix)))
-            return anonymous ? policy.anonymousBonus : policy.usernameOnlyBonus;
+            return &policy;
     }
-    const PolicyBonus& last = kSupportedPolicies[std::size(kSupportedPolicies) - 1];
-    return anonymous ? last.anonymousBonus : last.usernameOnlyBonus;
+    return nullptr;
 }
 
 // -1 for an offer the import cannot use.
 int importScore(const EndpointOffer& offer)
 {
     const int base = modeBase(offer.securityMode);
-    if (base < 0 || !securityPolicySupported(offer.securityPolicyUri) || !(offer.anonymous || offer.username))
+    const PolicyBonus* policy = supportedPolicy(offer.securityPolicyUri);
+    if (base < 0 || !policy || !(offer.anonymous || offer.username))
         return -1;
+    const int bonus = offer.anonymous ? policy->anonymousBonus : policy->usernameOnlyBonus;
     // The level only breaks near-ties; capping it keeps mode and policy dominant.
-    return base + policyBonus(offer.securityPolicyUri, offer.anonymous)
-        + std::min(offer.securityLevel, kSecurityLevelCap);
+    return base + bonus + std::min(offer.securityLevel, kSecurityLevelCap);
 }
 
 void assignIfNotEmpty(QString* target, const QString& value)
@@ -79,11 +78,7 @@ QString endpointKey(const Candidate& candidate)
 
 bool securityPolicySupported(const QString& policyUri)
 {
-    for (const PolicyBonus& policy : kSupportedPolicies) {
-        if (policyUri.endsWith(QLatin1String(policy.suffix)))
-            return true;
-    }
-    return false;
+    return supportedPolicy(policyUri) != nullptr;
 }
 
 bool selectImportEndpoint(const QList<EndpointOffer>& offers, Candidate* candidate)
