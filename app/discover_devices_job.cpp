@@ -30,6 +30,8 @@ using ServerOnNetworkArray = UaArray<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWOR
 using EndpointArray = UaArray<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION>;
 
 constexpr UA_UInt32 discoveryRequestTimeoutMs = 2500;
+constexpr const char* noneSecurityPolicyUri = "http://opcfoundation.org/UA/SecurityPolicy#None";
+constexpr const char* noServerApplicationUri = "urn:discover:discovery-query:matches-no-server";
 
 // Shared by every discovery client and never cleared, so deleting a client frees no logger.
 UA_Logger silentLogger = {&silentOpcUaLog, nullptr, nullptr};
@@ -142,6 +144,13 @@ UA_Client* newDiscoveryClient()
         return nullptr;
     }
     config->timeout = discoveryRequestTimeoutMs;
+    // When open62541 1.4 opens a channel it runs a FindServers and a GetEndpoints handshake of
+    // its own: it may move to another URL taken from the FindServers answer, and it gives up on a
+    // server none of whose endpoints uses a policy it has (only None here). A pinned None endpoint
+    // and an application URI filter that no server matches keep each call on the URL it was given.
+    config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    config->endpoint.securityPolicyUri = UA_STRING_ALLOC(noneSecurityPolicyUri);
+    config->applicationUri = UA_STRING_ALLOC(noServerApplicationUri);
     return client;
 }
 
