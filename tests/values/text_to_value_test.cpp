@@ -239,6 +239,8 @@ TEST_F(TextToValue, ElementWriteIsAOneElementArray)
     EXPECT_EQ(roundTrip(UA_TYPES_DATETIME, "2024-01-02 03:04:05.678", 2), "[\"2024-01-02 03:04:05.000\"]");
     // A JSON array given for one element writes its first entry.
     EXPECT_EQ(arrayOf<UA_Int32>(convert(UA_TYPES_INT32, "[4, 5]", 2), UA_TYPES_INT32), (std::vector<UA_Int32>{4}));
+    // An empty JSON array still gives the one element, converted from nothing.
+    EXPECT_EQ(arrayOf<UA_Int32>(convert(UA_TYPES_INT32, "[]", 2), UA_TYPES_INT32), (std::vector<UA_Int32>{0}));
 }
 
 TEST_F(TextToValue, ScalarsRoundTripThroughTheirTextForm)
