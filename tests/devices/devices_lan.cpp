@@ -48,14 +48,25 @@ bool DevicesLan::up(const QStringList& hosts, QString* error, const QStringList&
     return lan_->up(args, error);
 }
 
+bool DevicesLan::upWith(const QStringList& upArgs, QString* error)
+{
+    return lan_->up(upArgs, error);
+}
+
 bool DevicesLan::startSim(const QString& host, int octet, int port, const QJsonObject& scenario, QString* error)
+{
+    return startSimAt(host, lanIp(octet), port, scenario, error);
+}
+
+bool DevicesLan::startSimAt(const QString& host, const QString& ip, int port, const QJsonObject& scenario,
+                            QString* error)
 {
     const QString base = QStringLiteral("%1-%2").arg(host, QString::number(port));
     const QString scenarioPath = test_support::writeJsonFile(dir_.path(), base + QStringLiteral(".scenario.json"),
                                                              scenario);
     const QString statsPath = dir_.filePath(base + QStringLiteral(".stats.json"));
     return startProgram(host, port, simExecutablePath(),
-                        {QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--listen"), lanIp(octet),
+                        {QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--listen"), ip,
                          QStringLiteral("--port"), QString::number(port), QStringLiteral("--stats-file"), statsPath},
                         error);
 }

@@ -53,10 +53,13 @@ class DevicesLan
 public:
     DevicesLan();
     bool up(const QStringList& hosts, QString* error, const QStringList& extraUpArgs = {});
+    // Any LAN: the arguments after "up LAN" of netlan.sh (the gateway must be called "gw").
+    bool upWith(const QStringList& upArgs, QString* error);
 
     // Starts opcua_sim in host at .octet:port with the scenario; its request counters go to a
     // stats file of its own. Waits until it listens.
     bool startSim(const QString& host, int octet, int port, const QJsonObject& scenario, QString* error);
+    bool startSimAt(const QString& host, const QString& ip, int port, const QJsonObject& scenario, QString* error);
     QJsonObject simStats(const QString& host, int port) const;
 
     // Starts any program in host and waits until something listens on port there.
