@@ -1,0 +1,39 @@
+#pragma once
+
+#include "client_core/opc_ua_client_core.h"
+#include "tests/support/sim_server.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+
+namespace client_core_test {
+
+extern const char* const noneUri;
+extern const char* const basic256Sha256Uri;
+
+// Starts the simulator on a scenario; false (with the reason) when it cannot run here.
+bool startSim(test_support::SimServer* sim, const QJsonObject& scenario, QString* why);
+
+// A device instance for the simulator's loopback endpoint.
+DeviceInstancePlugin simPlugin(const test_support::SimServer& sim, const QString& mode = QStringLiteral("1"),
+                               const QString& policy = QString::fromLatin1(noneUri));
+
+// A scenario whose Objects folder holds only the given presets.
+QJsonObject presetScenario(const QJsonArray& presets);
+
+// A stats counter of the simulator, after the counters stopped changing.
+int settledStat(const test_support::SimServer& sim, const QString& key);
+
+} // namespace client_core_test
+
+// Skips outside CI and fails in CI when the simulator cannot be started.
+#define START_SIM_OR_SKIP(sim, scenario)                                                                   \
+    do {                                                                                                   \
+        QString simWhy;                                                                                    \
+        if (!client_core_test::startSim(&(sim), (scenario), &simWhy)) {                                    \
+            if (test_support::runningInCi())                                                               \
+                FAIL() << "opcua_sim is needed: " << simWhy.toStdString();                                 \
+            GTEST_SKIP() << "opcua_sim is not available: " << simWhy.toStdString();                        \
+        }                                                                                                  \
+    } while (false)
