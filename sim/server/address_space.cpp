@@ -378,6 +378,29 @@ void addHistory(Builder* b)
     addHistoryVariable(b, "History.Long", 24.0, points, start);
 }
 
+// Unhooks Server, Aliases, Locations and any other namespace-0 child from the Objects folder.
+void hideStandardObjects(Builder* b)
+{
+    UA_BrowseDescription description;
+    UA_BrowseDescription_init(&description);
+    description.nodeId = UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER);
+    description.browseDirection = UA_BROWSEDIRECTION_FORWARD;
+    description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
+    description.includeSubtypes = true;
+    description.resultMask = UA_BROWSERESULTMASK_REFERENCETYPEID;
+    UaBrowseResultHolder result = UaBrowseResultHolder::adopt(UA_Server_browse(b->server, 0, &description));
+    if (!b->check(result->statusCode, "Objects"))
+        return;
+    for (size_t i = 0; i < result->referencesSize; ++i) {
+        const UA_ReferenceDescription& reference = result->references[i];
+        if (reference.nodeId.nodeId.namespaceIndex != 0)
+            continue;
+        b->check(UA_Server_deleteReference(b->server, description.nodeId, reference.referenceTypeId, true,
+                                           reference.nodeId, true),
+                 "Objects -> standard object");
+    }
+}
+
 } // namespace
 
 void configureHistory(UA_ServerConfig* config)
@@ -409,12 +432,8 @@ bool buildAddressSpace(UA_Server* server, const Scenario& scenario, QString* err
     }
     if (space.syntheticCount > 0)
         addSynthetic(&builder, space.syntheticCount, space.syntheticFolderSize);
-    if (builder.ok && space.hideServerObject) {
-        builder.check(UA_Server_deleteReference(server, UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
-                                                UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES), true,
-                                                UA_EXPANDEDNODEID_NUMERIC(0, UA_NS0ID_SERVER), true),
-                      "Objects -> Server");
-    }
+    if (builder.ok && space.hideServerObject)
+        hideStandardObjects(&builder);
     return builder.ok;
 }
 

@@ -1,0 +1,175 @@
+#include "tests/sim/sim_client.h"
+
+#include <open62541/client_config_default.h>
+#include <open62541/client_highlevel.h>
+#include <open62541/plugin/create_certificate.h>
+#include <open62541/plugin/pki_default.h>
+
+#include <QtGlobal>
+
+#include <cstdarg>
+
+namespace sim_test {
+
+namespace {
+
+void silentLog(void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {}
+
+UA_Logger silentLogger = {silentLog, nullptr, nullptr};
+
+void silence(UA_ClientConfig* config)
+{
+    if (config->logging && !qEnvironmentVariableIsSet("SIM_TEST_CLIENT_LOG")) {
+        config->logging->log = silentLog;
+        config->logging->clear = nullptr;
+    }
+}
+
+struct ClientCertificate
+{
+    UaByteStringHolder key;
+    UaByteStringHolder certificate;
+};
+
+// Key generation is slow, so the suite shares one client certificate.
+const ClientCertificate& clientCertificate()
+{
+    static ClientCertificate pair = [] {
+        ClientCertificate out;
+        UA_String subject[2] = {UA_STRING(const_cast<char*>("O=discover")),
+                                UA_STRING(const_cast<char*>("CN=sim test client"))};
+        UA_String altNames[2] = {UA_STRING(const_cast<char*>("URI:urn:discover:sim_test")),
+                                 UA_STRING(const_cast<char*>("DNS:localhost"))};
+        UA_UInt16 keySize = 2048;
+        UA_KeyValuePair entry;
+        entry.key = UA_QUALIFIEDNAME(0, const_cast<char*>("key-size-bits"));
+        UA_Variant_setScalar(&entry.value, &keySize, &UA_TYPES[UA_TYPES_UINT16]);
+        UA_KeyValueMap params = {1, &entry};
+        UA_CreateCertificate(&silentLogger, subject, 2, altNames, 2, UA_CERTIFICATEFORMAT_DER, &params,
+                             out.key.get(), out.certificate.get());
+        return out;
+    }();
+    return pair;
+}
+
+} // namespace
+
+UaClientPtr newClient(int timeoutMs)
+{
+    UaClientPtr client(UA_Client_new());
+    UA_ClientConfig* config = UA_Client_getConfig(client.get());
+    UA_ClientConfig_setDefault(config);
+    silence(config);
+    config->timeout = static_cast<UA_UInt32>(timeoutMs);
+    return client;
+}
+
+UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs)
+{
+    const ClientCertificate& pair = clientCertificate();
+    UaClientPtr client(UA_Client_new());
+    UA_ClientConfig* config = UA_Client_getConfig(client.get());
+    silence(config);
+    UA_ClientConfig_setDefaultEncryption(config, *pair.certificate, *pair.key, nullptr, 0, nullptr, 0);
+    silence(config);
+    if (config->certificateVerification.clear)
+        config->certificateVerification.clear(&config->certificateVerification);
+    UA_CertificateVerification_AcceptAll(&config->certificateVerification);
+    UA_String_clear(&config->clientDescription.applicationUri);
+    config->clientDescription.applicationUri = UA_STRING_ALLOC("urn:discover:sim_test");
+    config->securityMode = mode;
+    UA_String_clear(&config->securityPolicyUri);
+    config->securityPolicyUri = UA_STRING_ALLOC(policyUri);
+    config->timeout = static_cast<UA_UInt32>(timeoutMs);
+    return client;
+}
+
+QString toQString(const UA_String& text)
+{
+    return QString::fromUtf8(reinterpret_cast<const char*>(text.data), static_cast<int>(text.length));
+}
+
+UA_NodeId simNode(const char* id)
+{
+    return UA_NODEID_STRING(1, const_cast<char*>(id));
+}
+
+BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node)
+{
+    BrowseOutcome outcome;
+    UaBrowseRequestHolder request;
+    request->nodesToBrowse = UA_BrowseDescription_new();
+    request->nodesToBrowseSize = 1;
+    UA_NodeId_copy(&node, &request->nodesToBrowse[0].nodeId);
+    request->nodesToBrowse[0].browseDirection = UA_BROWSEDIRECTION_FORWARD;
+    request->nodesToBrowse[0].referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
+    request->nodesToBrowse[0].includeSubtypes = true;
+    request->nodesToBrowse[0].resultMask = UA_BROWSERESULTMASK_ALL;
+    UaBrowseResponseHolder response = UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *request));
+    outcome.status = response->responseHeader.serviceResult;
+    if (outcome.status != UA_STATUSCODE_GOOD || response->resultsSize != 1)
+        return outcome;
+    UaBrowseResultHolder result;
+    UA_BrowseResult_copy(&response->results[0], result.get());
+    while (true) {
+        if (result->statusCode != UA_STATUSCODE_GOOD) {
+            outcome.status = result->statusCode;
+            return outcome;
+        }
+        for (size_t i = 0; i < result->referencesSize; ++i)
+            outcome.names.push_back(toQString(result->references[i].browseName.name));
+        if (result->continuationPoint.length == 0)
+            return outcome;
+        ++outcome.continuationPoints;
+        UaBrowseNextRequestHolder next;
+        next->continuationPoints = UA_ByteString_new();
+        next->continuationPointsSize = 1;
+        UA_ByteString_copy(&result->continuationPoint, &next->continuationPoints[0]);
+        UaBrowseNextResponseHolder nextResponse =
+            UaBrowseNextResponseHolder::adopt(UA_Client_Service_browseNext(client, *next));
+        outcome.status = nextResponse->responseHeader.serviceResult;
+        if (outcome.status != UA_STATUSCODE_GOOD || nextResponse->resultsSize != 1)
+            return outcome;
+        UaBrowseResultHolder following;
+        UA_BrowseResult_copy(&nextResponse->results[0], following.get());
+        result = std::move(following);
+    }
+}
+
+UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
+{
+    // The stack's own getEndpoints refuses an empty answer, so the request goes out by hand
+    // on a secure channel whose endpoint is preset (no endpoint lookup before it).
+    UaClientPtr client = newClient();
+    UA_ClientConfig* config = UA_Client_getConfig(client.get());
+    const QByteArray utf8 = url.toUtf8();
+    config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    config->endpoint.securityPolicyUri = UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#None");
+    config->endpoint.endpointUrl = UA_STRING_ALLOC(utf8.constData());
+    UA_StatusCode status = UA_Client_connectSecureChannel(client.get(), utf8.constData());
+    if (status != UA_STATUSCODE_GOOD)
+        return status;
+    UaValue<UA_GetEndpointsRequest, UA_TYPES_GETENDPOINTSREQUEST> request;
+    request->endpointUrl = UA_STRING_ALLOC(utf8.constData());
+    UaValue<UA_GetEndpointsResponse, UA_TYPES_GETENDPOINTSRESPONSE> response;
+    __UA_Client_Service(client.get(), request.get(), &UA_TYPES[UA_TYPES_GETENDPOINTSREQUEST], response.get(),
+                        &UA_TYPES[UA_TYPES_GETENDPOINTSRESPONSE]);
+    *count = response->endpointsSize;
+    return response->responseHeader.serviceResult;
+}
+
+UA_StatusCode browseOnce(UA_Client* client, const UA_NodeId& node)
+{
+    UaBrowseRequestHolder request;
+    request->nodesToBrowse = UA_BrowseDescription_new();
+    request->nodesToBrowseSize = 1;
+    UA_NodeId_copy(&node, &request->nodesToBrowse[0].nodeId);
+    request->nodesToBrowse[0].browseDirection = UA_BROWSEDIRECTION_FORWARD;
+    request->nodesToBrowse[0].referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
+    request->nodesToBrowse[0].includeSubtypes = true;
+    request->nodesToBrowse[0].resultMask = UA_BROWSERESULTMASK_ALL;
+    UaBrowseResponseHolder response = UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *request));
+    return response->responseHeader.serviceResult;
+}
+
+} // namespace sim_test
