@@ -1,0 +1,86 @@
+#pragma once
+
+#include "tests/support/process_runner.h"
+#include "tests/support/sim_server.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QMap>
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+
+
+namespace items_test {
+
+extern const char kSecurityPolicyNone[];
+
+// A device on an unsecured endpoint without user name: the job reads no certificate file.
+QJsonObject noneDevice(const QString& address);
+
+// The "opcua_<device>_<sha-1 of the identifier>" hint, computed here independently of the job.
+QString uidHint(const QString& devicePart, const QString& identifier);
+
+// The complete item record that the job reports for one variable.
+QJsonObject itemRecord(const QString& devicePart, const QString& identifier, const QString& name,
+                       const QString& description, const QString& dataType, const QString& readWrite);
+
+QJsonObject itemById(const QJsonArray& items, const QString& identifier);
+QStringList identifiers(const QJsonArray& items);
+QString lastLine(const QByteArray& text);
+QJsonObject parseObject(const QByteArray& json, bool* ok);
+
+// A copy of the discover executable in a directory of its own, so that its "files/"
+// directory (client certificate and key) belongs to one test.
+struct PrivateDiscover
+{
+    QTemporaryDir dir;
+    QString executable;
+    QString filesDir;   // the "files/" directory next to the copy, when made
+    bool make(bool withFilesDir, QString* error);
+};
+
+// opcua_sim without its statistics file, whose rewrite after every request (with a sync to
+// disk) would dominate the run time of a browse.
+class QuietSim
+{
+public:
+    QuietSim() = default;
+    ~QuietSim();
+    QuietSim(const QuietSim&) = delete;
+    QuietSim& operator=(const QuietSim&) = delete;
+
+    bool start(const QJsonObject& scenario, QString* error);
+    void stop();
+    QString endpointUrl() const;
+
+private:
+    QTemporaryDir dir_;
+    std::unique_ptr<QProcess> process_;
+    quint16 port_ = 0;
+};
+
+class ItemsJob : public ::testing::Test
+{
+protected:
+    // Starts the simulator with the scenario; fails the test when it cannot start.
+    void startSim(const QJsonObject& scenario);
+    QString requestFile(const QJsonObject& request);
+    test_support::ProcessResult run(const QJsonObject& request, const QStringList& extraArguments = {},
+                                    const QMap<QString, QString>& env = {}, int timeoutMs = 60000);
+    // Expects status 0 and an indented document as the only content of standard output.
+    QJsonObject runOk(const QJsonObject& request, const QMap<QString, QString>& env = {});
+    QString path(const QString& name) const { return dir_.filePath(name); }
+
+    QString program_;   // empty: the built discover
+    QTemporaryDir dir_;
+    QuietSim sim_;
+};
+
+} // namespace items_test
