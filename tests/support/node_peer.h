@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+class QProcess;
+
+namespace test_support {
+
+// One node-opcua process (sim/node) on a free loopback port: the peer server
+// (peer_server.js) or the local discovery server (discovery_server.js). Options
+// are those of the scripts (sim/node/README.md). Stops the process when it goes
+// out of scope; the process also ends by itself when the test process dies.
+class NodePeer
+{
+public:
+    NodePeer();
+    ~NodePeer();
+    NodePeer(const NodePeer&) = delete;
+    NodePeer& operator=(const NodePeer&) = delete;
+
+    bool start(const QStringList& args, QString* error);
+    bool startDiscoveryServer(const QStringList& args, QString* error);
+    void stop();
+    bool running() const;
+
+    quint16 port() const;
+    // opc.tcp://127.0.0.1:PORT followed by the --path given, if any.
+    QString endpointUrl() const;
+
+    // True when node is installed and sim/node/node_modules holds node-opcua.
+    static bool available(QString* why);
+
+private:
+    bool launch(const QString& script, const QStringList& args, QString* error);
+
+    std::unique_ptr<QProcess> process_;
+    quint16 port_ = 0;
+    QString path_;
+};
+
+QString nodeExecutable();
+QString nodeSimDir();
+
+} // namespace test_support
