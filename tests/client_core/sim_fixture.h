@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client_core/opc_ua_client_core.h"
+#include "tests/support/node_peer.h"
 #include "tests/support/sim_server.h"
 
 #include <QJsonArray>
@@ -35,5 +36,16 @@ int settledStat(const test_support::SimServer& sim, const QString& key);
             if (test_support::runningInCi())                                                               \
                 FAIL() << "opcua_sim is needed: " << simWhy.toStdString();                                 \
             GTEST_SKIP() << "opcua_sim is not available: " << simWhy.toStdString();                        \
+        }                                                                                                  \
+    } while (false)
+
+// Skips outside CI and fails in CI when the node-opcua peer cannot be started.
+#define START_PEER_OR_SKIP(peer, args)                                                                     \
+    do {                                                                                                   \
+        QString peerWhy;                                                                                   \
+        if (!test_support::NodePeer::available(&peerWhy) || !(peer).start((args), &peerWhy)) {             \
+            if (test_support::runningInCi())                                                               \
+                FAIL() << "the node-opcua peer is needed: " << peerWhy.toStdString();                      \
+            GTEST_SKIP() << "the node-opcua peer is not available: " << peerWhy.toStdString();             \
         }                                                                                                  \
     } while (false)

@@ -160,3 +160,22 @@ TEST(UnresolvableAdvertisedHost, EncryptedConnectionStaysOnTheGivenAddress)
     EXPECT_TRUE(core.browseNodes(&items, nullptr, {}));
     EXPECT_EQ(items.size(), 1);
 }
+
+TEST(UnresolvableAdvertisedHost, NodeOpcuaPeerAdvertisingAnUnknownHostIsReachedAtTheGivenAddress)
+{
+    test_support::NodePeer peer;
+    START_PEER_OR_SKIP(peer, (QStringList{"--host", "plc-7.invalid", "--path", "/plc"}));
+    takeLookups();
+    DeviceInstancePlugin plugin;
+    plugin.instanceName = "node-opcua peer";
+    plugin.address = peer.endpointUrl();
+    plugin.settings["security_mode"] = "1";
+    plugin.settings["security_policies"] = client_core_test::noneUri;
+    ClientCore core(plugin, QString(), "tests", 10000);
+    const QStringList lookups = takeLookups();
+
+    ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
+    EXPECT_TRUE(advertisedDiscoveryUrls(core).join(' ').contains("plc-7.invalid"))
+        << advertisedDiscoveryUrls(core).join(' ').toStdString();
+    expectOnlyLoopbackLookups(lookups);
+}
