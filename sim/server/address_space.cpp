@@ -21,6 +21,8 @@ constexpr UA_Byte readWriteAccess = UA_ACCESSLEVELMASK_READ | UA_ACCESSLEVELMASK
 // The history gathering lives as long as the server configuration that owns its database.
 UA_HistoryDataGathering historyGathering;
 bool historyConfigured = false;
+// The gathering does not free the backends of its nodes.
+std::vector<UA_HistoryDataBackend> historyBackends;
 
 // The server copies node ids, so the text only has to live as long as the node id is used.
 UA_NodeId simNode(const QByteArray& id)
@@ -346,6 +348,7 @@ void addHistoryVariable(Builder* b, const QByteArray& id, double current, const 
     setting.maxHistoryDataResponseSize = 100;
     setting.historizingUpdateStrategy = UA_HISTORIZINGUPDATESTRATEGY_USER;
     const UA_NodeId nodeId = simNode(id);
+    historyBackends.push_back(setting.historizingBackend);
     if (!b->check(historyGathering.registerNodeId(b->server, historyGathering.context, &nodeId, setting), id))
         return;
     for (const HistoryPoint& point : points) {
@@ -408,6 +411,13 @@ void configureHistory(UA_ServerConfig* config)
     historyGathering = UA_HistoryDataGathering_Default(4);
     config->historyDatabase = UA_HistoryDatabase_default(historyGathering);
     historyConfigured = true;
+}
+
+void releaseHistory()
+{
+    for (UA_HistoryDataBackend& backend : historyBackends)
+        UA_HistoryDataBackend_Memory_clear(&backend);
+    historyBackends.clear();
 }
 
 bool buildAddressSpace(UA_Server* server, const Scenario& scenario, QString* error)

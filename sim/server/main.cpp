@@ -116,11 +116,13 @@ int main(int argc, char** argv)
     hook.server = server;
     if (!opcua_sim::buildAddressSpace(server, scenario, &error)) {
         UA_Server_delete(server);
+        opcua_sim::releaseHistory();
         return fail(error);
     }
     const UA_StatusCode status = UA_Server_run_startup(server);
     if (status != UA_STATUSCODE_GOOD) {
         UA_Server_delete(server);
+        opcua_sim::releaseHistory();
         return fail(QStringLiteral("starting the server on %1:%2 failed: %3")
                         .arg(scenario.listen, QString::number(scenario.port),
                              QString::fromLatin1(UA_StatusCode_name(status))));
@@ -136,5 +138,6 @@ int main(int argc, char** argv)
 
     UA_Server_run_shutdown(server);
     UA_Server_delete(server);
+    opcua_sim::releaseHistory();
     return 0;
 }

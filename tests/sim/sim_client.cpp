@@ -19,10 +19,9 @@ UA_Logger silentLogger = {silentLog, nullptr, nullptr};
 
 void silence(UA_ClientConfig* config)
 {
-    if (config->logging && !qEnvironmentVariableIsSet("SIM_TEST_CLIENT_LOG")) {
+    // The logger's own clean-up stays: it frees the logger when the client is deleted.
+    if (config->logging && !qEnvironmentVariableIsSet("SIM_TEST_CLIENT_LOG"))
         config->logging->log = silentLog;
-        config->logging->clear = nullptr;
-    }
 }
 
 struct ClientCertificate
