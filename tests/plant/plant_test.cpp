@@ -1,0 +1,255 @@
+#include "tests/support/plant_fixture.h"
+#include "tests/support/process_runner.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using test_support::Plant;
+using test_support::ProcessResult;
+
+namespace {
+
+// Plants need root and the node-opcua peer: a failure in CI, a skip elsewhere.
+#define REQUIRE_PLANT()                                                                   \
+    do {                                                                                  \
+        QString why_;                                                                     \
+        if (!Plant::available(&why_)) {                                                   \
+            if (test_support::runningInCi())                                              \
+                FAIL() << "plants unavailable in CI: " << why_.toStdString();             \
+            GTEST_SKIP() << "plants unavailable: " << why_.toStdString();                 \
+        }                                                                                 \
+    } while (0)
+
+std::string describe(const ProcessResult& r)
+{
+    return "exit " + std::to_string(r.exitCode) + (r.finished ? "" : " (killed)") + "\nstdout: " + r.out.toStdString()
+        + "\nstderr: " + r.err.toStdString();
+}
+
+QStringList lines(const ProcessResult& r)
+{
+    return QString::fromUtf8(r.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+bool writeFile(const QString& path, const QByteArray& text)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(text) == text.size();
+}
+
+// A plant that comes up in a moment: two simulators and a web server, no node-opcua hosts.
+QString writeSmallPlant(const QTemporaryDir& dir)
+{
+    writeFile(dir.filePath("line.json"), R"({"application": {"name": "Line Server"}})");
+    writeFile(dir.filePath("plant.json"), R"({
+  "subnet": "10.78.0.0/24",
+  "gateway": {"name": "gw", "ip": "10.78.0.1", "interface": "eth0"},
+  "hosts": [
+    {"name": "line", "ip": "10.78.0.10", "kind": "sim", "scenario": "line.json", "ports": [4840, 4841]},
+    {"name": "web", "ip": "10.78.0.20", "kind": "http", "ports": [4843]}
+  ]
+})");
+    return dir.filePath("plant.json");
+}
+
+ProcessResult probe(const Plant& plant, const QString& question, const QString& url)
+{
+    return plant.execOnGateway(QStringLiteral(PLANT_PROBE), {question, url}, 60000);
+}
+
+ProcessResult httpGet(const Plant& plant, const QString& host, int port)
+{
+    const QString script = QStringLiteral(
+        "import socket,sys\n"
+        "s=socket.create_connection((sys.argv[1],int(sys.argv[2])),5)\n"
+        "s.sendall(b'GET / HTTP/1.1\\r\\nHost: x\\r\\nConnection: close\\r\\n\\r\\n')\n"
+        "print(s.recv(4096).split(b'\\r\\n')[0].decode())\n");
+    return plant.execOnGateway(QStringLiteral("python3"), {"-c", script, host, QString::number(port)});
+}
+
+TEST(PlantLifecycle, ComesUpAndGoesDownThreeTimesLeavingNoNamespaces)
+{
+    REQUIRE_PLANT();
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString file = writeSmallPlant(dir);
+    Plant plant;
+    for (int round = 0; round < 3; ++round) {
+        QString error;
+        ASSERT_TRUE(plant.up(file, &error)) << "round " << round << ": " << error.toStdString();
+        EXPECT_EQ(plant.namespaces().size(), 4) << plant.namespaces().join(' ').toStdString();
+        const ProcessResult status = plant.status();
+        EXPECT_EQ(status.exitCode, 0) << describe(status);
+        EXPECT_TRUE(status.out.contains("line 10.78.0.10 sim 4840:listening 4841:listening")) << describe(status);
+        EXPECT_TRUE(status.out.contains("web 10.78.0.20 http 4843:listening")) << describe(status);
+        plant.down();
+        EXPECT_EQ(plant.namespaces(), QStringList()) << "round " << round;
+    }
+}
+
+TEST(PlantLifecycle, SecondUpIsRefusedWhileThePlantIsUp)
+{
+    REQUIRE_PLANT();
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    const QString file = writeSmallPlant(dir);
+    Plant plant;
+    QString error;
+    ASSERT_TRUE(plant.up(file, &error)) << error.toStdString();
+    {
+        Plant again(plant.name());
+        EXPECT_FALSE(again.up(file, &error));
+        EXPECT_TRUE(error.contains(QStringLiteral("plant '%1' is still up (namespaces: ").arg(plant.name())))
+            << error.toStdString();
+        EXPECT_TRUE(error.contains(QStringLiteral("remove it with: sim/plant --name %1 down").arg(plant.name())))
+            << error.toStdString();
+    }
+    // The refused attempt left the running plant alone.
+    EXPECT_EQ(plant.namespaces().size(), 4);
+    const ProcessResult probe = plant.execOnGateway(QStringLiteral("true"), {});
+    EXPECT_EQ(probe.exitCode, 0) << describe(probe);
+}
+
+TEST(PlantLifecycle, FailedUpRemovesWhatItBuilt)
+{
+    REQUIRE_PLANT();
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    // The second host's scenario is not JSON: its simulator exits before it is ready.
+    writeFile(dir.filePath("good.json"), "{}");
+    writeFile(dir.filePath("bad.json"), "{ not json");
+    writeFile(dir.filePath("plant.json"), R"({
+  "subnet": "10.79.0.0/24",
+  "gateway": {"name": "gw", "ip": "10.79.0.1"},
+  "hosts": [
+    {"name": "good", "ip": "10.79.0.10", "kind": "sim", "scenario": "good.json"},
+    {"name": "bad", "ip": "10.79.0.11", "kind": "sim", "scenario": "bad.json"}
+  ]
+})");
+    Plant plant;
+    QString error;
+    EXPECT_FALSE(plant.up(dir.filePath("plant.json"), &error));
+    EXPECT_TRUE(error.contains("the server on host bad ended before it was ready")) << error.toStdString();
+    EXPECT_EQ(plant.namespaces(), QStringList());
+}
+
+// The demo plant, up once for all of its checks.
+class DemoPlant : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite()
+    {
+        QString why;
+        if (!Plant::available(&why))
+            return;
+        plant_ = new Plant;
+        if (!plant_->up(test_support::sourceDir() + "/sim/plants/demo", &upError_)) {
+            delete plant_;
+            plant_ = nullptr;
+        }
+    }
+    static void TearDownTestSuite()
+    {
+        delete plant_;
+        plant_ = nullptr;
+    }
+    void SetUp() override
+    {
+        REQUIRE_PLANT();
+        ASSERT_NE(plant_, nullptr) << upError_.toStdString();
+    }
+
+    static Plant* plant_;
+    static QString upError_;
+};
+
+Plant* DemoPlant::plant_ = nullptr;
+QString DemoPlant::upError_;
+
+TEST_F(DemoPlant, GatewayHasEth0OnThePlantSubnet)
+{
+    const ProcessResult r = plant_->execOnGateway("ip", {"-o", "-4", "addr", "show", "dev", "eth0"});
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    EXPECT_TRUE(r.out.contains("inet 10.77.0.1/24")) << describe(r);
+}
+
+TEST_F(DemoPlant, PressLineOffersNoneWithAnonymousAccess)
+{
+    const ProcessResult r = probe(*plant_, "endpoints", "opc.tcp://10.77.0.11:4840");
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    EXPECT_EQ(lines(r), QStringList({"opc.tcp://10.77.0.11:4840\t1\thttp://opcfoundation.org/UA/SecurityPolicy#None\t0\t"
+                                     "Press Line 1"}));
+}
+
+TEST_F(DemoPlant, DiscoveryServerListsThePressLineByAddressAndByName)
+{
+    const ProcessResult r = probe(*plant_, "findservers", "opc.tcp://10.77.0.12:4840");
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    const QStringList found = lines(r);
+    EXPECT_TRUE(found.contains("Plant Discovery Server\t3\topc.tcp://10.77.0.12:4840")) << describe(r);
+    EXPECT_TRUE(found.contains("Press Line 1\t0\topc.tcp://10.77.0.11:4840")) << describe(r);
+    EXPECT_TRUE(found.contains("Press Line 1\t0\topc.tcp://press-line-1:4840")) << describe(r);
+    const ProcessResult name = plant_->execOnGateway("getent", {"hosts", "press-line-1"});
+    EXPECT_TRUE(name.out.startsWith("10.77.0.11")) << describe(name);
+}
+
+TEST_F(DemoPlant, SecuredServerOffersOnlySignAndEncryptWithUserName)
+{
+    // A None-only open62541 client refuses a server without a None endpoint before it reads
+    // the endpoints, so node-opcua's client asks here.
+    const ProcessResult r = plant_->execOnGateway(
+        "node", {test_support::sourceDir() + "/sim/node/probe.js", "endpoints", "opc.tcp://10.77.0.13:4840"}, 60000);
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    const QStringList found = lines(r);
+    ASSERT_EQ(found.size(), 1) << describe(r);
+    const QStringList fields = found.first().split('\t');
+    ASSERT_EQ(fields.size(), 5);
+    EXPECT_EQ(fields[0], "opc.tcp://10.77.0.13:4840");
+    EXPECT_EQ(fields[1], "3");
+    EXPECT_EQ(fields[2], "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
+    const QStringList tokens = fields[3].split(',');
+    EXPECT_TRUE(tokens.contains("1")) << describe(r);
+    EXPECT_FALSE(tokens.contains("0")) << describe(r);
+    EXPECT_EQ(fields[4], "Secured PLC");
+}
+
+TEST_F(DemoPlant, PlcNineAdvertisesAnUnresolvableHostName)
+{
+    const ProcessResult r = probe(*plant_, "endpoints", "opc.tcp://10.77.0.14:4840/plc");
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    ASSERT_FALSE(lines(r).isEmpty());
+    EXPECT_TRUE(lines(r).first().startsWith("opc.tcp://plc-9.invalid:4840/plc\t1\t")) << describe(r);
+    const ProcessResult name = plant_->execOnGateway("getent", {"hosts", "plc-9.invalid"});
+    EXPECT_NE(name.exitCode, 0) << describe(name);
+}
+
+TEST_F(DemoPlant, NodeOpcuaCellAnswersGetEndpoints)
+{
+    const ProcessResult r = probe(*plant_, "endpoints", "opc.tcp://10.77.0.15:4840");
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    const QStringList found = lines(r);
+    ASSERT_EQ(found.size(), 3) << describe(r);
+    for (const QString& line : found)
+        EXPECT_TRUE(line.startsWith("opc.tcp://10.77.0.15:4840\t") && line.endsWith("\tPackaging Cell")) << describe(r);
+}
+
+TEST_F(DemoPlant, CellDiscoveryServerReturnsRecordsOnTheNetwork)
+{
+    const ProcessResult r = probe(*plant_, "fson", "opc.tcp://10.77.0.16:4840");
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    const QStringList found = lines(r);
+    EXPECT_TRUE(found.contains("urn:demo:packaging-cell\topc.tcp://10.77.0.15:4840/\tDA")) << describe(r);
+    EXPECT_TRUE(found.contains("Press Line 1\topc.tcp://10.77.0.11:4840\tDA")) << describe(r);
+}
+
+TEST_F(DemoPlant, WebServerOn4843AnswersHttp)
+{
+    const ProcessResult r = httpGet(*plant_, "10.77.0.20", 4843);
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    EXPECT_EQ(r.out.trimmed(), "HTTP/1.1 200 OK");
+}
+
+} // namespace
