@@ -28,6 +28,8 @@ const ClientCore& idleCore()
 {
     // An empty address fails before any socket is opened.
     static DeviceInstancePlugin plugin;
+    plugin.settings["security_mode"] = "1";
+    plugin.settings["security_policies"] = "http://opcfoundation.org/UA/SecurityPolicy#None";
     static ClientCore core(plugin, QString(), "tests", 0);
     return core;
 }
@@ -213,8 +215,8 @@ TEST(LoadFile, MissingFileWarnsAndGivesNothing)
 {
     QTemporaryDir dir;
     const QString path = dir.path() + "/missing.der";
-    MessageCapture capture;
     const ClientCore& none = idleCore();
+    MessageCapture capture;
     EXPECT_TRUE(none.loadFile(path).isEmpty());
     EXPECT_EQ(capture.texts(QtWarningMsg), QStringList{QStringLiteral("\"[opc_ua_client] Could not read %1 key\"").arg(path)});
 }

@@ -6,6 +6,8 @@
 #include <QStringList>
 #include <QtGlobal>
 
+#include <ostream>
+
 namespace client_core_test {
 
 // Collects every Qt message written while it lives (one at a time per process).
@@ -38,3 +40,9 @@ private:
 };
 
 } // namespace client_core_test
+
+// Readable QString values in assertion messages.
+inline void PrintTo(const QString& text, std::ostream* out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
