@@ -259,6 +259,9 @@ bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
         url.prepend(QLatin1String("opc.tcp://"));
     const QByteArray urlUtf8 = url.toUtf8();
 
+    // The stack may take over the endpoint URL the server advertises (FindServers, GetEndpoints),
+    // but it opens every TCP connection to the host of the URL given here: a server that
+    // advertises a name the gateway cannot resolve is still reached at its configured address.
     UA_StatusCode status;
     const QString userName = plugin->settings[QStringLiteral("username")];
     if (userName.isEmpty()) {
