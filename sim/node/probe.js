@@ -7,7 +7,7 @@
 //   node probe.js fson URL         serverName discoveryUrl capabilities
 // Unlike a None-only open62541 client, it reads the endpoints of servers that have no None endpoint.
 
-const { opcua } = require("./lib/common");
+const { opcua, makePkiFolder, certificateManager } = require("./lib/common");
 
 async function main() {
     const [question, url] = process.argv.slice(2);
@@ -16,6 +16,7 @@ async function main() {
         process.exit(2);
     }
     const client = opcua.OPCUAClient.create({
+        clientCertificateManager: certificateManager(`${makePkiFolder("node-probe")}/client`),
         endpointMustExist: false,
         connectionStrategy: { maxRetry: 0, initialDelay: 100, maxDelay: 200 },
         requestedSessionTimeout: 10000

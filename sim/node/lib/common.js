@@ -184,9 +184,20 @@ function parsePort(text) {
     return port;
 }
 
-// A PKI folder of its own per process, removed when the process ends.
+// A PKI folder of its own per process, removed when the process ends. A process
+// that was killed leaves its folder behind; the next one removes such leftovers.
 function makePkiFolder(prefix) {
-    const dir = fs.mkdtempSync(path.join(os.tmpdir(), `discover-${prefix}-`));
+    const tmp = os.tmpdir();
+    for (const entry of fs.readdirSync(tmp)) {
+        const match = /^discover-node-[a-z]+-(\d+)-/.exec(entry);
+        if (!match || processAlive(Number(match[1]))) continue;
+        try {
+            fs.rmSync(path.join(tmp, entry), { recursive: true, force: true });
+        } catch (_err) {
+            // another process may be removing it at the same time
+        }
+    }
+    const dir = fs.mkdtempSync(path.join(tmp, `discover-${prefix}-${process.pid}-`));
     const remove = () => {
         try {
             fs.rmSync(dir, { recursive: true, force: true });
@@ -196,6 +207,15 @@ function makePkiFolder(prefix) {
     };
     process.on("exit", remove);
     return dir;
+}
+
+function processAlive(pid) {
+    try {
+        process.kill(pid, 0);
+        return true;
+    } catch (err) {
+        return err.code === "EPERM";
+    }
 }
 
 function certificateManager(rootFolder) {
@@ -214,7 +234,10 @@ function exitWith(server) {
     const stop = (code) => {
         if (stopping) return;
         stopping = true;
-        setTimeout(() => process.exit(code), 3000).unref();
+        // Before the ready line there is nothing to close gracefully, and node-opcua may
+        // not notice a shutdown in the middle of its start.
+        if (!ready) process.exit(code);
+        setTimeout(() => process.exit(code), 3000);
         Promise.resolve()
             .then(() => server.shutdown(0))
             .catch(() => {})
@@ -226,7 +249,10 @@ function exitWith(server) {
     return stop;
 }
 
+let ready = false;
+
 function announceReady(port) {
+    ready = true;
     process.stdout.write(`ready ${port}\n`);
 }
 
