@@ -145,9 +145,10 @@ UA_Client* newDiscoveryClient()
     }
     config->timeout = discoveryRequestTimeoutMs;
     // When open62541 1.4 opens a channel it runs a FindServers and a GetEndpoints handshake of
-    // its own: it may move to another URL taken from the FindServers answer, and it gives up on a
-    // server none of whose endpoints uses a policy it has (only None here). A pinned None endpoint
-    // and an application URI filter that no server matches keep each call on the URL it was given.
+    // its own: it reopens the channel presenting another URL taken from the FindServers answer,
+    // and it gives up on a server none of whose endpoints uses a policy it has (only None here).
+    // A pinned None endpoint and an application URI filter that no server matches leave one
+    // channel per call, opened with the URL that was asked for.
     config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
     config->endpoint.securityPolicyUri = UA_STRING_ALLOC(noneSecurityPolicyUri);
     config->applicationUri = UA_STRING_ALLOC(noServerApplicationUri);

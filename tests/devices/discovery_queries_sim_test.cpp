@@ -296,3 +296,29 @@ TEST_F(DiscoveryQueries, SlowServerTimesOutAndLeavesTheCandidateAsItWas)
     applyGetEndpoints(&candidate);
     EXPECT_EQ(dump(candidate), before);
 }
+
+TEST_F(DiscoveryQueries, OneChannelToTheServerAskedEvenWhenItListsOnlyAnother)
+{
+    // Left alone, the stack would reopen the channel presenting the URL of the first server
+    // that FindServers names.
+    SimServer other;
+    QString error;
+    ASSERT_TRUE(other.start({{"application", identity("Elsewhere")}}, &error)) << error.toStdString();
+    ASSERT_NO_FATAL_FAILURE(start(
+        {{"application", identity("Asked")},
+         {"find_servers",
+          QJsonObject{{"self", false},
+                      {"extra", QJsonArray{QJsonObject{{"name", "Elsewhere"},
+                                                       {"uri", "urn:query:Elsewhere"},
+                                                       {"discovery_urls", QJsonArray{other.endpointUrl()}}}}}}}}));
+    Candidate candidate = scanned(sim.port());
+    applyGetEndpoints(&candidate);
+    EXPECT_TRUE(candidate.endpointSelected);
+    EXPECT_EQ(candidate.applicationName, "Asked");
+    EXPECT_EQ(candidate.endpointUrl, sim.endpointUrl());
+    EXPECT_EQ(other.stats().value("total").toInt(-1), 0);
+    const QJsonObject asked = sim.stats();
+    EXPECT_EQ(asked.value("Hello").toInt(-1), 1);
+    EXPECT_EQ(asked.value("OpenSecureChannel").toInt(-1), 1);
+    EXPECT_EQ(asked.value("GetEndpoints").toInt(-1), 1);
+}
