@@ -80,11 +80,17 @@ void fillRecord(ItemSnapshot::Record* record, const DiscoveryDeviceConfig& confi
     record->json = QJsonDocument(buildItemCandidate(config, item)).toJson(QJsonDocument::Compact);
 }
 
+// Strings the browse did not touch still share their data with the record's copies.
+bool sameText(const QString& kept, const QString& current)
+{
+    return kept.isSharedWith(current) || kept == current;
+}
+
 bool recordIsCurrent(const ItemSnapshot::Record& record, const ClientCore::BrowseItem& item)
 {
-    // Unchanged strings still share their data with the record's copies, so these are pointer tests.
-    return record.browsePath == item.browsePath && record.description == item.description
-        && record.dataType == item.dataType && record.readable == item.readable && record.writable == item.writable;
+    return sameText(record.browsePath, item.browsePath) && sameText(record.description, item.description)
+        && sameText(record.dataType, item.dataType) && record.readable == item.readable
+        && record.writable == item.writable;
 }
 
 } // namespace
@@ -169,7 +175,7 @@ void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& con
 {
     bool startOver = items.size() < snapshot->records.size();
     for (int i = 0; !startOver && i < snapshot->records.size(); ++i)
-        startOver = snapshot->records.at(i).nodeId != items.at(i).nodeId;
+        startOver = !sameText(snapshot->records.at(i).nodeId, items.at(i).nodeId);
     if (startOver) {
         snapshot->records.clear();
         snapshot->order.clear();
