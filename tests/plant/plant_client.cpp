@@ -18,10 +18,9 @@ UaClientPtr newClient(int timeoutMs)
     UaClientPtr client(UA_Client_new());
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     UA_ClientConfig_setDefault(config);
-    if (config->logging) {
+    // Only the log function changes: the stack still frees its logger on delete.
+    if (config->logging)
         config->logging->log = silentLog;
-        config->logging->clear = nullptr;
-    }
     config->timeout = static_cast<UA_UInt32>(timeoutMs);
     return client;
 }
