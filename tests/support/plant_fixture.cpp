@@ -4,8 +4,13 @@
 #include "tests/support/sim_server.h"
 
 #include <QAtomicInt>
+#include <QDir>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
+#include <cerrno>
+#include <mutex>
+#include <signal.h>
 #include <unistd.h>
 
 namespace test_support {
@@ -20,6 +25,24 @@ QString uniquePlantName()
 {
     static QAtomicInt counter;
     return QStringLiteral("t%1_%2").arg(QString::number(::getpid()), QString::number(counter.fetchAndAddOrdered(1) + 1));
+}
+
+bool processAlive(qint64 pid)
+{
+    return ::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM;
+}
+
+// A test process that was killed (a time-out) could not take its plants down; the
+// next one does, so that namespaces never pile up.
+void removePlantsOfDeadTestProcesses()
+{
+    static const QRegularExpression testPlant(QStringLiteral("^t(\\d+)_\\d+$"));
+    const QStringList names = QDir(QStringLiteral("/run/discover-plant")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& name : names) {
+        const QRegularExpressionMatch match = testPlant.match(name);
+        if (match.hasMatch() && !processAlive(match.captured(1).toLongLong()))
+            runProcess(Plant::script(), {QStringLiteral("--name"), name, QStringLiteral("down")}, {}, downTimeoutMs);
+    }
 }
 
 } // namespace
@@ -69,6 +92,8 @@ ProcessResult Plant::run(const QStringList& args, int timeoutMs) const
 
 bool Plant::up(const QString& plantFile, QString* error)
 {
+    static std::once_flag sweep;
+    std::call_once(sweep, removePlantsOfDeadTestProcesses);
     const ProcessResult result = run({QStringLiteral("up"), plantFile}, upTimeoutMs);
     // sim/plant removes a plant it failed to build, unless it was killed on the way, and it
     // leaves alone a plant of the same name that was up before: only those two are ours.
