@@ -3,6 +3,9 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -220,6 +223,31 @@ void expectWebServerOn4843AnswersHttp(const Plant& plant)
     EXPECT_EQ(r.out.trimmed(), "HTTP/1.1 200 OK");
 }
 
+// discover itself on the gateway: every OPC UA host becomes a device, the web server does not.
+void expectDiscoverDevicesFindsEveryOpcUaHost(const Plant& plant)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    ASSERT_TRUE(writeFile(dir.filePath("request.json"), R"({"mode": "discover_devices", "timeout_ms": 60000})"));
+    const ProcessResult r = plant.execOnGateway(test_support::discoverExecutable(),
+                                                {"--mode", "discover_devices", "--request", dir.filePath("request.json"),
+                                                 "--output", dir.filePath("result.json")},
+                                                120000);
+    ASSERT_EQ(r.exitCode, 0) << describe(r);
+    QFile file(dir.filePath("result.json"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject result = QJsonDocument::fromJson(file.readAll()).object();
+    QStringList addresses;
+    for (const QJsonValue& device : result.value("devices").toArray())
+        addresses << device.toObject().value("address").toString();
+    for (const char* expected : {"opc.tcp://10.77.0.11:4840", "opc.tcp://10.77.0.12:4840", "opc.tcp://10.77.0.13:4840",
+                                 "opc.tcp://10.77.0.14:4840/plc", "opc.tcp://10.77.0.15:4840",
+                                 "opc.tcp://10.77.0.16:4840"})
+        EXPECT_TRUE(addresses.contains(expected)) << expected << " not in " << addresses.join(' ').toStdString();
+    for (const QString& address : addresses)
+        EXPECT_FALSE(address.contains("10.77.0.20")) << "the web server is no OPC UA server: " << address.toStdString();
+}
+
 // One test for all hosts: the demo plant takes a while to come up (node-opcua hosts).
 TEST(DemoPlant, EveryHostAnswersAsConfiguredFromTheGateway)
 {
@@ -258,6 +286,10 @@ TEST(DemoPlant, EveryHostAnswersAsConfiguredFromTheGateway)
     {
         SCOPED_TRACE("WebServerOn4843AnswersHttp");
         expectWebServerOn4843AnswersHttp(plant);
+    }
+    {
+        SCOPED_TRACE("DiscoverDevicesFindsEveryOpcUaHost");
+        expectDiscoverDevicesFindsEveryOpcUaHost(plant);
     }
     plant.down();
     EXPECT_EQ(plant.namespaces(), QStringList());
