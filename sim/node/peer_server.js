@@ -177,7 +177,7 @@ async function main() {
     if (args["register-to"]) {
         // The registration is part of being ready: tests look the server up right away.
         await new Promise((resolve, reject) => {
-            const timer = setTimeout(() => reject(new Error("registration timed out")), 15000);
+            const timer = setTimeout(() => reject(new Error("registration timed out")), 60000);
             server.once("serverRegistered", () => {
                 clearTimeout(timer);
                 resolve();
