@@ -262,7 +262,9 @@ do_spawn() {
   local state="$STATE_ROOT/$lan"
   mkdir -p "$state"
   local tmplog="$state/$host.starting.$$.log"
-  ip netns exec "$ns" "$@" </dev/null >"$tmplog" 2>&1 &
+  # Created before the job starts, so the rename below never races the job's own redirection.
+  : >"$tmplog"
+  ip netns exec "$ns" "$@" </dev/null >>"$tmplog" 2>&1 &
   local pid=$!
   mv "$tmplog" "$state/$host.$pid.log"
   echo "$pid $host $*" >>"$state/pids"
