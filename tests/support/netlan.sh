@@ -262,10 +262,11 @@ do_spawn() {
   local state="$STATE_ROOT/$lan"
   mkdir -p "$state"
   local tmplog="$state/$host.starting.$$.log"
-  # Created before the job starts, so the rename below never races the job's own redirection.
-  : >"$tmplog"
-  ip netns exec "$ns" "$@" </dev/null >>"$tmplog" 2>&1 &
+  # Opened here, before the job starts, so the rename below never races the job's own redirection.
+  exec 9>"$tmplog"
+  ip netns exec "$ns" "$@" </dev/null >&9 2>&1 9>&- &
   local pid=$!
+  exec 9>&-
   mv "$tmplog" "$state/$host.$pid.log"
   echo "$pid $host $*" >>"$state/pids"
   echo "$pid"
