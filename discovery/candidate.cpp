@@ -1,7 +1,8 @@
 #include "discovery/candidate.h"
 
-#include <QHostAddress>
 #include <QRegularExpression>
+
+#include <arpa/inet.h>
 
 namespace OpcUaDiscovery {
 
@@ -9,10 +10,11 @@ namespace {
 
 const QString kOpcTcpScheme = QStringLiteral("opc.tcp://");
 
+// Only a dotted quad: QHostAddress would also take short forms such as "1234" or "10.5".
 bool isIpv4Literal(const QString& host)
 {
-    QHostAddress address;
-    return address.setAddress(host) && address.protocol() == QAbstractSocket::IPv4Protocol;
+    in_addr address{};
+    return ::inet_pton(AF_INET, host.toLatin1().constData(), &address) == 1;
 }
 
 } // namespace

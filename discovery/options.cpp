@@ -20,8 +20,11 @@ QString jsonValueToString(const QJsonValue& value)
     switch (value.type()) {
     case QJsonValue::String:
         return value.toString().trimmed();
-    case QJsonValue::Double:
-        return QString::number(qRound64(value.toDouble()));
+    case QJsonValue::Double: {
+        // Numbers beyond the 64-bit range have no integer form; they count as absent.
+        const double number = value.toDouble();
+        return qAbs(number) < 9.2e18 ? QString::number(qRound64(number)) : QString();
+    }
     case QJsonValue::Bool:
         return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
     default:

@@ -1,5 +1,7 @@
 #include "discovery/posix_net.h"
 
+#include <QElapsedTimer>
+
 #include <cerrno>
 
 #include <poll.h>
@@ -23,8 +25,13 @@ QByteArray tcpRecvAll(int fd, int timeoutMs)
     if ((pfd.revents & (POLLERR | POLLHUP | POLLNVAL)) && !(pfd.revents & POLLIN))
         return data;
 
+    // A peer that never stops sending must not keep a scan worker forever: what arrives within
+    // the time-out, and at most a few buffers of it, is plenty for an eight-byte answer.
+    const qint64 maxBytes = 64 * 1024;
+    QElapsedTimer elapsed;
+    elapsed.start();
     char buffer[4096];
-    for (;;) {
+    while (data.size() < maxBytes && elapsed.elapsed() <= qMax(timeoutMs, 0)) {
         const ssize_t n = ::recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
         if (n < 0) {
             if (errno == EINTR)

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -120,8 +121,16 @@ QList<Candidate> discoverDevices(const Options& options, Transport& transport, Q
     const int workerCount = qBound(1, static_cast<int>(hosts.size()), kMaxWorkers);
     std::vector<std::thread> workers;
     workers.reserve(static_cast<size_t>(workerCount));
-    for (int i = 0; i < workerCount; ++i)
-        workers.emplace_back(scanWorker, std::ref(state));
+    for (int i = 0; i < workerCount; ++i) {
+        // A controller short of threads scans with those it got rather than ending the process.
+        try {
+            workers.emplace_back(scanWorker, std::ref(state));
+        } catch (const std::system_error&) {
+            break;
+        }
+    }
+    if (workers.empty())
+        scanWorker(state);
     for (std::thread& worker : workers)
         worker.join();
 
