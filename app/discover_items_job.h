@@ -43,7 +43,7 @@ struct ItemSnapshot
 
     QVector<Record> records;   // by position in the browsed list
     QVector<int> order;        // positions of the reported records, in result order
-    QSet<QString> reported;    // identifiers in order
+    QSet<QString> reported;    // identifiers already reported
     QStringList warnings;      // the warnings that tail was built from
     QByteArray tail;           // everything after the item records
     bool tailBuilt = false;
