@@ -23,7 +23,9 @@ const qint64 ticksPerMs = 10000;
 
 UA_DateTime ticksFromUnixMs(qint64 ms)
 {
-    return ms * ticksPerMs + unixEpochTicks;
+    // Beyond about 28 000 years the tick count would overflow; such ranges mean "all of time".
+    const qint64 limit = 900000000000000LL;
+    return qBound(-limit, ms, limit) * ticksPerMs + unixEpochTicks;
 }
 
 // The history read's handle: copies of the received data values, cleared when the read ends.
@@ -50,7 +52,7 @@ QString historyTimeText(const UA_DataValue& v)
 {
     if (!v.hasSourceTimestamp)
         return QDateTime::currentDateTimeUtc().toString();
-    const qint64 ms = (v.sourceTimestamp - unixEpochTicks) / ticksPerMs;
+    const qint64 ms = (qMax<qint64>(v.sourceTimestamp, std::numeric_limits<qint64>::min() + unixEpochTicks) - unixEpochTicks) / ticksPerMs;
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
 }
 

@@ -11,6 +11,7 @@
 #include <QVariant>
 
 #include <cstring>
+#include <limits>
 
 namespace {
 
@@ -64,6 +65,8 @@ QString textOf(const UA_String& s)
 
 QString dateTimeText(UA_DateTime ticks)
 {
+    // A server's tick count near the lower end of the range must not overflow the subtraction.
+    ticks = qMax<qint64>(ticks, std::numeric_limits<qint64>::min() + unixEpochTicks);
     const qint64 ms = ((ticks - unixEpochTicks) / 10000000) * 1000 + UA_DateTime_toStruct(ticks).milliSec;
     return QDateTime::fromMSecsSinceEpoch(ms).toString(QLatin1String(dateTimeFormat));
 }
