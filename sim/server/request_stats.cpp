@@ -2,7 +2,9 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
+#include <QFile>
+
+#include <cstdio>
 
 namespace opcua_sim {
 
@@ -39,12 +41,16 @@ bool writeRequestStats(const RequestStats& stats)
     QJsonObject object;
     for (auto it = stats.counts.constBegin(); it != stats.counts.constEnd(); ++it)
         object.insert(it.key(), static_cast<double>(it.value()));
-    // Readers poll the file while the server runs, so it is replaced atomically.
-    QSaveFile file(stats.filePath);
-    if (!file.open(QIODevice::WriteOnly))
+    // Readers poll the file while the server runs, so it is replaced atomically by a rename.
+    // No sync to disk: it is rewritten on every request and only ever read while we run.
+    const QString temporary = stats.filePath + QStringLiteral(".tmp");
+    QFile file(temporary);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return false;
-    file.write(QJsonDocument(object).toJson(QJsonDocument::Compact));
-    return file.commit();
+    const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    const bool written = file.write(bytes) == bytes.size();
+    file.close();
+    return written && std::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(stats.filePath).constData()) == 0;
 }
 
 } // namespace opcua_sim
