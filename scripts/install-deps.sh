@@ -35,7 +35,7 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config
   qtbase5-dev
   libgtest-dev libgmock-dev googletest
-  iproute2 procps python3
+  iproute2 procps python3 jq
   nodejs npm
 )
 
