@@ -31,6 +31,7 @@ struct BrowseState
     QSet<QString> browsed;
     QSet<QString> queued;
     QHash<QString, int> itemIndex;
+    QHash<QString, ResolvedDataType> resolvedTypes;
     bool stopped = false;
 };
 
@@ -89,6 +90,86 @@ void offerPathToQueuedEntry(BrowseState& state, const QString& child, const QStr
     }
 }
 
+// The three attributes a variable item needs, each with the status a single attribute read
+// would have given it.
+struct VariableAttributes
+{
+    UaNodeIdHolder dataType;
+    UA_StatusCode dataTypeStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
+    UA_Byte accessLevel = UA_ACCESSLEVELMASK_READ;
+    UA_StatusCode accessLevelStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
+    UA_Int32 valueRank = UA_VALUERANK_SCALAR;
+};
+
+// One Read for the three attributes instead of three round trips: on a large address space the
+// round trips are where the time goes. Each result is judged exactly as a single attribute read
+// judges its own (service result, result count, per-result status, scalar of the expected type).
+VariableAttributes readVariableAttributes(UA_Client* client, const UA_NodeId& nodeId)
+{
+    const UA_AttributeId attributeIds[3] = {UA_ATTRIBUTEID_DATATYPE, UA_ATTRIBUTEID_ACCESSLEVEL,
+                                            UA_ATTRIBUTEID_VALUERANK};
+    const UA_DataType* expected[3] = {&UA_TYPES[UA_TYPES_NODEID], &UA_TYPES[UA_TYPES_BYTE], &UA_TYPES[UA_TYPES_INT32]};
+
+    VariableAttributes attributes;
+    UaReadRequestHolder request;
+    request->nodesToRead = static_cast<UA_ReadValueId*>(UA_Array_new(3, &UA_TYPES[UA_TYPES_READVALUEID]));
+    if (!request->nodesToRead) {
+        attributes.dataTypeStatus = UA_STATUSCODE_BADOUTOFMEMORY;
+        return attributes;
+    }
+    request->nodesToReadSize = 3;
+    for (size_t i = 0; i < 3; ++i) {
+        request->nodesToRead[i].attributeId = attributeIds[i];
+        if (UA_NodeId_copy(&nodeId, &request->nodesToRead[i].nodeId) != UA_STATUSCODE_GOOD) {
+            attributes.dataTypeStatus = UA_STATUSCODE_BADOUTOFMEMORY;
+            return attributes;
+        }
+    }
+
+    UaReadResponseHolder response;
+    __UA_Client_Service(client, request.get(), &UA_TYPES[UA_TYPES_READREQUEST], response.get(),
+                        &UA_TYPES[UA_TYPES_READRESPONSE]);
+
+    UA_StatusCode statuses[3];
+    for (size_t i = 0; i < 3; ++i) {
+        UA_StatusCode status = response->responseHeader.serviceResult;
+        if (status == UA_STATUSCODE_GOOD)
+            status = response->resultsSize == 3 ? response->results[i].status : UA_STATUSCODE_BADUNEXPECTEDERROR;
+        if (status == UA_STATUSCODE_GOOD) {
+            const UA_DataValue& result = response->results[i];
+            if (!result.hasValue || !UA_Variant_isScalar(&result.value) || result.value.type != expected[i])
+                status = UA_STATUSCODE_BADUNEXPECTEDERROR;
+        }
+        statuses[i] = status;
+    }
+
+    attributes.dataTypeStatus = statuses[0];
+    if (statuses[0] == UA_STATUSCODE_GOOD)
+        UA_NodeId_copy(static_cast<const UA_NodeId*>(response->results[0].value.data), attributes.dataType.get());
+    attributes.accessLevelStatus = statuses[1];
+    if (statuses[1] == UA_STATUSCODE_GOOD)
+        attributes.accessLevel = *static_cast<const UA_Byte*>(response->results[1].value.data);
+    if (statuses[2] == UA_STATUSCODE_GOOD)
+        attributes.valueRank = *static_cast<const UA_Int32*>(response->results[2].value.data);
+    return attributes;
+}
+
+// Many variables share few data types; a type resolved once needs no second walk up its hierarchy.
+bool resolveCachedDataType(BrowseState& state, const UA_NodeId& dataType, ResolvedDataType* out)
+{
+    const QString key = nodeIdToQString(dataType);
+    const auto cached = state.resolvedTypes.constFind(key);
+    if (!key.isEmpty() && cached != state.resolvedTypes.constEnd()) {
+        *out = cached.value();
+        return true;
+    }
+    if (!resolveSupportedDataType(state.client, dataType, out))
+        return false;
+    if (!key.isEmpty())
+        state.resolvedTypes.insert(key, *out);
+    return true;
+}
+
 void handleVariable(BrowseState& state, const QString& variable, const QStringList& childPath,
                     const UA_ReferenceDescription& reference)
 {
@@ -100,20 +181,18 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
         return;
     }
 
-    const UA_NodeId& nodeId = reference.nodeId.nodeId;
-    UaNodeIdHolder dataType;
-    UA_StatusCode status = __UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_DATATYPE, dataType.get(),
-                                                     &UA_TYPES[UA_TYPES_NODEID]);
-    if (status != UA_STATUSCODE_GOOD) {
-        warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2").arg(variable, statusName(status)));
-        if (isConnectionLoss(status))
+    const VariableAttributes attributes = readVariableAttributes(state.client, reference.nodeId.nodeId);
+    if (attributes.dataTypeStatus != UA_STATUSCODE_GOOD) {
+        warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2")
+                        .arg(variable, statusName(attributes.dataTypeStatus)));
+        if (isConnectionLoss(attributes.dataTypeStatus))
             state.stopped = true;
         return;
     }
 
     ResolvedDataType type;
-    if (!resolveSupportedDataType(state.client, *dataType, &type)) {
-        QString typeText = nodeIdToQString(*dataType);
+    if (!resolveCachedDataType(state, *attributes.dataType, &type)) {
+        QString typeText = nodeIdToQString(*attributes.dataType);
         if (typeText.isEmpty())
             typeText = QStringLiteral("<unknown>");
         warn(state, QStringLiteral("Skipping %1 because OPC UA data type %2 is not supported by the connector")
@@ -121,19 +200,12 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
         return;
     }
 
-    UA_Byte accessLevel = UA_ACCESSLEVELMASK_READ;
-    status = __UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_ACCESSLEVEL, &accessLevel,
-                                       &UA_TYPES[UA_TYPES_BYTE]);
-    const bool accessLevelFailed = status != UA_STATUSCODE_GOOD;
+    const UA_Byte accessLevel = attributes.accessLevel;
+    const bool accessLevelFailed = attributes.accessLevelStatus != UA_STATUSCODE_GOOD;
     if (accessLevelFailed)
         warn(state, QStringLiteral("Could not read access level for %1, defaulting to readable: %2")
-                        .arg(variable, statusName(status)));
-
-    UA_Int32 valueRank = UA_VALUERANK_SCALAR;
-    if (__UA_Client_readAttribute(state.client, &nodeId, UA_ATTRIBUTEID_VALUERANK, &valueRank,
-                                  &UA_TYPES[UA_TYPES_INT32])
-        != UA_STATUSCODE_GOOD)
-        valueRank = UA_VALUERANK_SCALAR;
+                        .arg(variable, statusName(attributes.accessLevelStatus)));
+    const UA_Int32 valueRank = attributes.valueRank;
 
     const bool readable = accessLevelFailed || (accessLevel & UA_ACCESSLEVELMASK_READ) != 0;
     const bool writable = (accessLevel & UA_ACCESSLEVELMASK_WRITE) != 0 && type.writable;

@@ -136,3 +136,5 @@ using UaWriteRequestHolder = UaValue<UA_WriteRequest, UA_TYPES_WRITEREQUEST>;
 using UaWriteResponseHolder = UaValue<UA_WriteResponse, UA_TYPES_WRITERESPONSE>;
 using UaByteStringHolder = UaValue<UA_ByteString, UA_TYPES_BYTESTRING>;
 using UaStringHolder = UaValue<UA_String, UA_TYPES_STRING>;
+using UaReadRequestHolder = UaValue<UA_ReadRequest, UA_TYPES_READREQUEST>;
+using UaReadResponseHolder = UaValue<UA_ReadResponse, UA_TYPES_READRESPONSE>;
