@@ -6,6 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
 jobs=$(nproc)
+# Clones in other folders share one compiler cache.
+export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
 
 bash scripts/install-deps.sh
 if [ -f sim/node/package-lock.json ]; then
