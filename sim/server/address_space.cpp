@@ -423,7 +423,7 @@ void releaseHistory()
 bool buildAddressSpace(UA_Server* server, const Scenario& scenario, QString* error)
 {
     Builder builder{server, error};
-    const AddressSpaceSpec& space = scenario.addressSpace;
+    const AddressSpaceSettings& space = scenario.addressSpace;
     const std::vector<std::pair<const char*, std::function<void()>>> presets = {
         {"types", [&] { addTypes(&builder); }},
         {"writable", [&] { addTypeVariables(&builder, "Writable", readWriteAccess); }},

@@ -113,7 +113,7 @@ bool readApplicationType(const QJsonObject& object, int* out, QString* error)
     return false;
 }
 
-bool readApplication(const QJsonObject& object, bool withUrls, const QString& where, ApplicationSpec* app,
+bool readApplication(const QJsonObject& object, bool withUrls, const QString& where, ApplicationSettings* app,
                      QString* error)
 {
     QStringList known = {"name", "locale", "uri", "product_uri", "type"};
@@ -142,7 +142,7 @@ bool readEndpoints(const QJsonValue& value, Scenario* scenario, QString* error)
                 *error = QStringLiteral("every endpoint must be an object");
             return false;
         }
-        EndpointSpec endpoint;
+        EndpointSettings endpoint;
         QString mode = QStringLiteral("None");
         QString policy = QStringLiteral("None");
         if (!readString(object, "mode", &mode, error) || !readString(object, "policy", &policy, error) ||
@@ -172,7 +172,7 @@ bool readUsers(const QJsonValue& value, Scenario* scenario, QString* error)
     }
     for (const QJsonValue& item : value.toArray()) {
         const QJsonObject object = item.toObject();
-        UserSpec user;
+        UserSettings user;
         if (!item.isObject() || !onlyKnownKeys(object, {"name", "password"}, "a user", error) ||
             !readString(object, "name", &user.name, error) || !readString(object, "password", &user.password, error)) {
             if (error->isEmpty())
@@ -200,7 +200,7 @@ bool readFindServers(const QJsonObject& object, Scenario* scenario, QString* err
         return false;
     }
     for (const QJsonValue& item : object.value("extra").toArray()) {
-        ApplicationSpec app;
+        ApplicationSettings app;
         app.locale = QStringLiteral("en");
         if (!item.isObject()) {
             *error = QStringLiteral("every \"extra\" entry must be an object");
@@ -213,7 +213,7 @@ bool readFindServers(const QJsonObject& object, Scenario* scenario, QString* err
     return true;
 }
 
-bool readAddressSpace(const QJsonObject& object, AddressSpaceSpec* space, QString* error)
+bool readAddressSpace(const QJsonObject& object, AddressSpaceSettings* space, QString* error)
 {
     if (!onlyKnownKeys(object,
                        {"presets", "hide_server_object", "deep_levels", "many_children", "synthetic_count",
@@ -243,15 +243,15 @@ bool readAddressSpace(const QJsonObject& object, AddressSpaceSpec* space, QStrin
            readNumber(object, "max_references_per_node", 0, 0x7fffffff, &space->maxReferencesPerNode, error);
 }
 
-bool readMisbehaviour(const QJsonObject& object, MisbehaviourSpec* spec, QString* error)
+bool readMisbehaviour(const QJsonObject& object, MisbehaviourSettings* settings, QString* error)
 {
     return onlyKnownKeys(object, {"delay_ms", "delay_after", "delay_services", "drop_after", "drop_services"},
                          "\"misbehaviour\"", error) &&
-           readNumber(object, "delay_ms", 0, 3600000, &spec->delayMs, error) &&
-           readNumber(object, "delay_after", 0, 1LL << 40, &spec->delayAfter, error) &&
-           readStringList(object, "delay_services", &spec->delayServices, error) &&
-           readNumber(object, "drop_after", -1, 1LL << 40, &spec->dropAfter, error) &&
-           readStringList(object, "drop_services", &spec->dropServices, error);
+           readNumber(object, "delay_ms", 0, 3600000, &settings->delayMs, error) &&
+           readNumber(object, "delay_after", 0, 1LL << 40, &settings->delayAfter, error) &&
+           readStringList(object, "delay_services", &settings->delayServices, error) &&
+           readNumber(object, "drop_after", -1, 1LL << 40, &settings->dropAfter, error) &&
+           readStringList(object, "drop_services", &settings->dropServices, error);
 }
 
 bool readObject(const QJsonObject& json, const QString& key, QJsonObject* out, QString* error)
@@ -284,7 +284,7 @@ bool scenarioFromJson(const QJsonObject& json, Scenario* scenario, QString* erro
     result.application.locale = QStringLiteral("en");
     result.application.uri = QStringLiteral("urn:discover:opcua_sim");
     result.application.productUri = QStringLiteral("urn:discover:opcua_sim:product");
-    result.endpoints.append(EndpointSpec{1, securityPolicyUri("None"), -1});
+    result.endpoints.append(EndpointSettings{1, securityPolicyUri("None"), -1});
 
     QJsonObject application, findServers, addressSpace, misbehaviour;
     const bool ok =

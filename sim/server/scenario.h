@@ -7,20 +7,20 @@
 
 namespace opcua_sim {
 
-struct EndpointSpec
+struct EndpointSettings
 {
     int mode = 1;                 // MessageSecurityMode number
     QString policyUri;            // full security-policy URI
     int securityLevel = -1;       // -1: keep the stack's value
 };
 
-struct UserSpec
+struct UserSettings
 {
     QString name;
     QString password;
 };
 
-struct ApplicationSpec
+struct ApplicationSettings
 {
     QString name;
     QString locale;
@@ -30,7 +30,7 @@ struct ApplicationSpec
     QStringList discoveryUrls;    // only for the extra FindServers entries
 };
 
-struct AddressSpaceSpec
+struct AddressSpaceSettings
 {
     QStringList presets;
     bool hideServerObject = false;
@@ -41,7 +41,7 @@ struct AddressSpaceSpec
     quint32 maxReferencesPerNode = 0;
 };
 
-struct MisbehaviourSpec
+struct MisbehaviourSettings
 {
     int delayMs = 0;
     qint64 delayAfter = 0;
@@ -56,15 +56,15 @@ struct Scenario
     quint16 port = 4840;
     QString advertisedHost;       // empty: derived from listen
     QString path;
-    ApplicationSpec application;
+    ApplicationSettings application;
     bool noEndpoints = false;
-    QList<EndpointSpec> endpoints;
+    QList<EndpointSettings> endpoints;
     bool anonymous = true;
-    QList<UserSpec> users;
+    QList<UserSettings> users;
     bool findServersSelf = true;
-    QList<ApplicationSpec> extraServers;
-    AddressSpaceSpec addressSpace;
-    MisbehaviourSpec misbehaviour;
+    QList<ApplicationSettings> extraServers;
+    AddressSpaceSettings addressSpace;
+    MisbehaviourSettings misbehaviour;
 };
 
 bool scenarioFromJson(const QJsonObject& json, Scenario* scenario, QString* error);

@@ -125,13 +125,13 @@ bool configureEndpoints(UA_ServerConfig* config, const Scenario& scenario, QStri
     config->endpoints = nullptr;
     config->endpointsSize = 0;
 
-    QList<EndpointSpec> endpoints = scenario.endpoints;
+    QList<EndpointSettings> endpoints = scenario.endpoints;
     // The stack needs an endpoint to start; with an empty list it stays internal and the
     // GetEndpoints answer is emptied on the wire.
     if (scenario.noEndpoints)
-        endpoints = {EndpointSpec{1, securityPolicyUri("None"), -1}};
+        endpoints = {EndpointSettings{1, securityPolicyUri("None"), -1}};
     bool noneEndpoint = false;
-    for (const EndpointSpec& endpoint : endpoints) {
+    for (const EndpointSettings& endpoint : endpoints) {
         UA_String uri = uaString(endpoint.policyUri);
         const UA_StatusCode status = UA_ServerConfig_addEndpoint(
             config, uri, static_cast<UA_MessageSecurityMode>(endpoint.mode));
@@ -155,7 +155,7 @@ bool configureUsers(UA_ServerConfig* config, const Scenario& scenario, bool have
     std::vector<UA_UsernamePasswordLogin> logins;
     std::vector<QByteArray> texts;
     texts.reserve(static_cast<size_t>(scenario.users.size()) * 2);
-    for (const UserSpec& user : scenario.users) {
+    for (const UserSettings& user : scenario.users) {
         texts.push_back(user.name.toUtf8());
         const QByteArray& name = texts.back();
         texts.push_back(user.password.toUtf8());
@@ -214,7 +214,7 @@ bool configureServer(UA_ServerConfig* config, const Scenario& scenario, QString*
     config->logging = &stderrLogger;
 
     QSet<QString> policies;
-    for (const EndpointSpec& endpoint : scenario.endpoints) {
+    for (const EndpointSettings& endpoint : scenario.endpoints) {
         if (!endpoint.policyUri.endsWith(QLatin1String("#None")))
             policies.insert(endpoint.policyUri);
     }

@@ -183,16 +183,16 @@ bool rewriteGetEndpoints(const Scenario& scenario, QByteArray* chunk, int bodyOf
     return encodeInto(*chunk, bodyOffset, *response, UA_TYPES_GETENDPOINTSRESPONSE, chunk);
 }
 
-UA_ApplicationDescription extraApplication(const ApplicationSpec& spec)
+UA_ApplicationDescription extraApplication(const ApplicationSettings& application)
 {
     UA_ApplicationDescription app;
     UA_ApplicationDescription_init(&app);
-    app.applicationUri = uaString(spec.uri);
-    app.productUri = uaString(spec.productUri);
-    app.applicationName.locale = uaString(spec.locale);
-    app.applicationName.text = uaString(spec.name);
-    app.applicationType = static_cast<UA_ApplicationType>(spec.type);
-    setDiscoveryUrls(&app, spec.discoveryUrls);
+    app.applicationUri = uaString(application.uri);
+    app.productUri = uaString(application.productUri);
+    app.applicationName.locale = uaString(application.locale);
+    app.applicationName.text = uaString(application.name);
+    app.applicationType = static_cast<UA_ApplicationType>(application.type);
+    setDiscoveryUrls(&app, application.discoveryUrls);
     return app;
 }
 
@@ -214,7 +214,7 @@ bool rewriteFindServers(const Scenario& scenario, QByteArray* chunk, int bodyOff
         describeSelf(scenario, &servers[next]);
         ++next;
     }
-    for (const ApplicationSpec& extra : scenario.extraServers)
+    for (const ApplicationSettings& extra : scenario.extraServers)
         servers[next++] = extraApplication(extra);
     UA_Array_delete(response->servers, response->serversSize, &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
     response->servers = servers;
@@ -263,7 +263,7 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
         rewriteRead(chunk, symmetricBodyOffset + typeIdLength);
 
     countRequest(&hook->stats, name, true);
-    const MisbehaviourSpec& misbehaviour = hook->scenario->misbehaviour;
+    const MisbehaviourSettings& misbehaviour = hook->scenario->misbehaviour;
     if (misbehaviour.dropAfter >= 0 && matches(misbehaviour.dropServices, name)) {
         if (hook->dropMatched >= misbehaviour.dropAfter) {
             countEvent(&hook->stats, QStringLiteral("dropped"));

@@ -135,10 +135,10 @@ add_link() {
   fi
 }
 
-parse_host_spec() { # ROLE SPEC
-  local role=$1 spec=$2
-  [[ $spec == *=* ]] || die "expected NAME=IP/PREFIX[:IFNAME], got '$spec'"
-  local name=${spec%%=*} rest=${spec#*=} addr ifname=eth0
+parse_host_arg() { # ROLE ARG
+  local role=$1 arg=$2
+  [[ $arg == *=* ]] || die "expected NAME=IP/PREFIX[:IFNAME], got '$arg'"
+  local name=${arg%%=*} rest=${arg#*=} addr ifname=eth0
   check_host_name "$name"
   [ -z "${HOST_ROLE[$name]+x}" ] || die "host '$name' declared twice"
   if [[ $rest == *:* ]]; then addr=${rest%%:*}; ifname=${rest#*:}; else addr=$rest; fi
@@ -163,8 +163,8 @@ do_up() {
   while [ $# -gt 0 ]; do
     case $1 in
       --subnet) [ $# -ge 2 ] || die "--subnet needs a value"; SUBNET=$2; shift 2 ;;
-      --gateway) [ $# -ge 2 ] || die "--gateway needs a value"; parse_host_spec gateway "$2"; shift 2 ;;
-      --host) [ $# -ge 2 ] || die "--host needs a value"; parse_host_spec host "$2"; shift 2 ;;
+      --gateway) [ $# -ge 2 ] || die "--gateway needs a value"; parse_host_arg gateway "$2"; shift 2 ;;
+      --host) [ $# -ge 2 ] || die "--host needs a value"; parse_host_arg host "$2"; shift 2 ;;
       --iface) [ $# -ge 2 ] || die "--iface needs a value"; ifaces+=("$2"); shift 2 ;;
       --addr) [ $# -ge 2 ] || die "--addr needs a value"; extra_addrs+=("$2"); shift 2 ;;
       --down) [ $# -ge 2 ] || die "--down needs a value"; downs+=("$2"); shift 2 ;;
@@ -173,18 +173,18 @@ do_up() {
     esac
   done
   [ ${#HOSTS[@]} -gt 0 ] || die "a LAN needs at least one --host or --gateway"
-  local spec ref key
-  for spec in "${ifaces[@]}"; do
-    [[ $spec == *=*:* ]] || die "--iface expects NAME=IP/PREFIX:IFNAME, got '$spec'"
-    local h=${spec%%=*} r=${spec#*=}
+  local arg ref key
+  for arg in "${ifaces[@]}"; do
+    [[ $arg == *=*:* ]] || die "--iface expects NAME=IP/PREFIX:IFNAME, got '$arg'"
+    local h=${arg%%=*} r=${arg#*=}
     [ -n "${HOST_ROLE[$h]+x}" ] || die "unknown host '$h' in --iface"
     add_link "$h" "${r#*:}" "${r%%:*}"
   done
-  for spec in "${extra_addrs[@]}"; do
-    [[ $spec == *=* ]] || die "--addr expects NAME[:IFNAME]=IP/PREFIX, got '$spec'"
-    key=$(link_of "${spec%%=*}") || exit 1
+  for arg in "${extra_addrs[@]}"; do
+    [[ $arg == *=* ]] || die "--addr expects NAME[:IFNAME]=IP/PREFIX, got '$arg'"
+    key=$(link_of "${arg%%=*}") || exit 1
     local full
-    full=$(with_prefix "${spec#*=}") || exit 1
+    full=$(with_prefix "${arg#*=}") || exit 1
     LINK_ADDRS[$key]="${LINK_ADDRS[$key]} $full"
   done
   for ref in "${downs[@]}"; do key=$(link_of "$ref") || exit 1; LINK_DOWN[$key]=1; done

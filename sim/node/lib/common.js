@@ -137,16 +137,16 @@ function quietNodeOpcua() {
 quietNodeOpcua();
 
 // --name value / --flag; repeated options collect into arrays when listed in `multi`.
-function parseArgs(argv, spec) {
+function parseArgs(argv, schema) {
     const values = {};
-    for (const [key, def] of Object.entries(spec)) {
+    for (const [key, def] of Object.entries(schema)) {
         if (def.default !== undefined) values[key] = def.default;
         if (def.multi) values[key] = [];
     }
     for (let i = 0; i < argv.length; i++) {
         const arg = argv[i];
         if (arg === "--help" || arg === "-h") {
-            process.stderr.write("options: " + Object.keys(spec).map((k) => "--" + k).join(" ") + "\n");
+            process.stderr.write("options: " + Object.keys(schema).map((k) => "--" + k).join(" ") + "\n");
             process.exit(0);
         }
         if (!arg.startsWith("--")) fail(`unexpected argument "${arg}"`);
@@ -157,7 +157,7 @@ function parseArgs(argv, spec) {
             value = key.slice(eq + 1);
             key = key.slice(0, eq);
         }
-        const def = spec[key];
+        const def = schema[key];
         if (!def) fail(`unknown option "--${key}"`);
         if (def.flag) {
             values[key] = value === undefined ? true : value !== "false";
