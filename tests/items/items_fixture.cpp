@@ -5,9 +5,7 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
-#include <QElapsedTimer>
 #include <QJsonDocument>
-#include <QProcess>
 
 namespace items_test {
 
@@ -94,64 +92,6 @@ bool PrivateDiscover::make(bool withFilesDir, QString* error)
         }
     }
     return true;
-}
-
-QuietSim::~QuietSim()
-{
-    stop();
-}
-
-bool QuietSim::start(const QJsonObject& scenario, QString* error)
-{
-    stop();
-    const QString scenarioPath = dir_.filePath(QStringLiteral("scenario.json"));
-    QFile file(scenarioPath);
-    if (!dir_.isValid() || !file.open(QIODevice::WriteOnly | QIODevice::Truncate)
-        || file.write(QJsonDocument(scenario).toJson()) < 0) {
-        *error = QStringLiteral("cannot write %1").arg(scenarioPath);
-        return false;
-    }
-    file.close();
-    // Another process may take the port between the probe and the simulator's bind.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        const quint16 port = test_support::freeLoopbackPort();
-        process_ = std::make_unique<QProcess>();
-        process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        process_->start(test_support::simExecutable(),
-                        {QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"), QString::number(port),
-                         QStringLiteral("--listen"), QStringLiteral("127.0.0.1")});
-        const QByteArray ready = "ready " + QByteArray::number(port);
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < 15000 && process_->state() != QProcess::NotRunning) {
-            if (process_->canReadLine() && process_->readLine().trimmed() == ready) {
-                port_ = port;
-                return true;
-            }
-            process_->waitForReadyRead(50);
-        }
-        stop();
-    }
-    *error = QStringLiteral("opcua_sim did not get ready (its messages are on standard error)");
-    return false;
-}
-
-void QuietSim::stop()
-{
-    if (process_) {
-        process_->terminate();
-        if (!process_->waitForFinished(10000)) {
-            process_->kill();
-            process_->waitForFinished(5000);
-        }
-        process_.reset();
-    }
-    port_ = 0;
-}
-
-QString QuietSim::endpointUrl() const
-{
-    return QStringLiteral("opc.tcp://127.0.0.1:%1").arg(port_);
 }
 
 void ItemsJob::startSim(const QJsonObject& scenario)

@@ -6,16 +6,11 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
-#include <memory>
-
-
 
 namespace items_test {
 
@@ -46,26 +41,6 @@ struct PrivateDiscover
     bool make(bool withFilesDir, QString* error);
 };
 
-// opcua_sim without its statistics file, whose rewrite after every request (with a sync to
-// disk) would dominate the run time of a browse.
-class QuietSim
-{
-public:
-    QuietSim() = default;
-    ~QuietSim();
-    QuietSim(const QuietSim&) = delete;
-    QuietSim& operator=(const QuietSim&) = delete;
-
-    bool start(const QJsonObject& scenario, QString* error);
-    void stop();
-    QString endpointUrl() const;
-
-private:
-    QTemporaryDir dir_;
-    std::unique_ptr<QProcess> process_;
-    quint16 port_ = 0;
-};
-
 class ItemsJob : public ::testing::Test
 {
 protected:
@@ -80,7 +55,8 @@ protected:
 
     QString program_;   // empty: the built discover
     QTemporaryDir dir_;
-    QuietSim sim_;
+    // Without a statistics file (see SimServer::Stats): item runs browse a lot.
+    test_support::SimServer sim_{test_support::SimServer::Stats::None};
 };
 
 } // namespace items_test

@@ -3,9 +3,7 @@
 #include "tests/support/process_runner.h"
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFileInfo>
-#include <QProcess>
 #include <QStandardPaths>
 
 namespace test_support {
@@ -90,71 +88,35 @@ bool NodePeer::launch(const QString& script, const QStringList& args, QString* e
     else if (!path_.isEmpty() && !path_.startsWith(QLatin1Char('/')))
         path_.prepend(QLatin1Char('/'));
 
-    process_ = std::make_unique<QProcess>();
-    process_->setProgram(nodeExecutable());
-    process_->setArguments(arguments);
-    process_->setWorkingDirectory(nodeSimDir());
-    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process_->setReadChannel(QProcess::StandardOutput);
-    process_->start();
-    if (!process_->waitForStarted(10000)) {
-        *error = QStringLiteral("cannot start node: %1").arg(process_->errorString());
-        process_.reset();
-        return false;
-    }
-    QElapsedTimer timer;
-    timer.start();
-    while (timer.elapsed() < readyTimeoutMs) {
-        while (process_->canReadLine()) {
-            const QByteArray line = process_->readLine().trimmed();
-            if (line.startsWith("ready ")) {
-                bool ok = false;
-                const uint port = line.mid(6).toUInt(&ok);
-                if (ok && port > 0 && port <= 65535) {
-                    port_ = static_cast<quint16>(port);
-                    return true;
-                }
-            }
-        }
-        if (process_->state() == QProcess::NotRunning)
-            break;
-        process_->waitForReadyRead(100);
-    }
-    *error = QStringLiteral("%1 did not get ready (exit code %2; its messages are on standard error)")
-                 .arg(script, QString::number(process_->state() == QProcess::NotRunning ? process_->exitCode() : -1));
-    stop();
+    ServerProcess::Options options;
+    options.workingDirectory = nodeSimDir();
+    options.readyTimeoutMs = readyTimeoutMs;
+    if (process_.start(nodeExecutable(), arguments, options, error))
+        return true;
+    *error = script + QStringLiteral(": ") + *error;
+    path_.clear();
     return false;
 }
 
 void NodePeer::stop()
 {
-    if (process_) {
-        if (process_->state() != QProcess::NotRunning) {
-            process_->terminate();
-            if (!process_->waitForFinished(10000)) {
-                process_->kill();
-                process_->waitForFinished(5000);
-            }
-        }
-        process_.reset();
-    }
-    port_ = 0;
+    process_.stop();
     path_.clear();
 }
 
 bool NodePeer::running() const
 {
-    return process_ && process_->state() == QProcess::Running;
+    return process_.running();
 }
 
 quint16 NodePeer::port() const
 {
-    return port_;
+    return process_.port();
 }
 
 QString NodePeer::endpointUrl() const
 {
-    return QStringLiteral("opc.tcp://127.0.0.1:%1%2").arg(QString::number(port_), path_);
+    return QStringLiteral("opc.tcp://127.0.0.1:%1%2").arg(QString::number(port()), path_);
 }
 
 } // namespace test_support

@@ -1,11 +1,9 @@
 #pragma once
 
+#include "tests/support/server_process.h"
+
 #include <QString>
 #include <QStringList>
-
-#include <memory>
-
-class QProcess;
 
 namespace test_support {
 
@@ -36,8 +34,7 @@ public:
 private:
     bool launch(const QString& script, const QStringList& args, QString* error);
 
-    std::unique_ptr<QProcess> process_;
-    quint16 port_ = 0;
+    ServerProcess process_;
     QString path_;
 };
 

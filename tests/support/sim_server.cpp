@@ -1,9 +1,7 @@
 #include "tests/support/sim_server.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
-#include <QProcess>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -42,7 +40,10 @@ quint16 freeLoopbackPort()
     return port;
 }
 
-SimServer::SimServer() = default;
+SimServer::SimServer(Stats stats)
+    : statsMode_(stats)
+{
+}
 
 SimServer::~SimServer()
 {
@@ -84,70 +85,37 @@ bool SimServer::startFile(const QString& scenarioPath, QString* error)
 
 bool SimServer::launch(const QString& scenarioPath, quint16 port, QString* error)
 {
-    QFile::remove(statsFilePath());
-    process_ = std::make_unique<QProcess>();
-    process_->setProgram(simExecutable());
-    process_->setArguments({QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"),
-                            QString::number(port), QStringLiteral("--listen"), QStringLiteral("127.0.0.1"),
-                            QStringLiteral("--stats-file"), statsFilePath()});
-    // Forwarded, so that a chatty simulator never blocks on a full pipe while a test runs.
-    process_->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process_->setReadChannel(QProcess::StandardOutput);
-    process_->start();
-    if (!process_->waitForStarted(readyTimeoutMs)) {
-        *error = QStringLiteral("cannot start %1: %2").arg(simExecutable(), process_->errorString());
-        process_.reset();
-        return false;
+    QStringList args{QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"), QString::number(port),
+                     QStringLiteral("--listen"), QStringLiteral("127.0.0.1")};
+    if (statsMode_ == Stats::File) {
+        QFile::remove(statsFilePath());
+        args << QStringLiteral("--stats-file") << statsFilePath();
     }
-    QElapsedTimer timer;
-    timer.start();
-    const QByteArray expected = "ready " + QByteArray::number(port);
-    while (timer.elapsed() < readyTimeoutMs) {
-        if (process_->canReadLine()) {
-            const QByteArray line = process_->readLine().trimmed();
-            if (line == expected) {
-                port_ = port;
-                return true;
-            }
-        }
-        if (process_->state() == QProcess::NotRunning)
-            break;
-        process_->waitForReadyRead(50);
-    }
-    *error = QStringLiteral("opcua_sim did not get ready on port %1 (its messages are on standard error)")
-                 .arg(port);
-    stop();
-    return false;
+    ServerProcess::Options options;
+    options.startTimeoutMs = readyTimeoutMs;
+    options.readyTimeoutMs = readyTimeoutMs;
+    options.expectedPort = port;
+    return process_.start(simExecutable(), args, options, error);
 }
 
 void SimServer::stop()
 {
-    if (process_) {
-        if (process_->state() != QProcess::NotRunning) {
-            process_->terminate();
-            if (!process_->waitForFinished(10000)) {
-                process_->kill();
-                process_->waitForFinished(5000);
-            }
-        }
-        process_.reset();
-    }
-    port_ = 0;
+    process_.stop();
 }
 
 bool SimServer::running() const
 {
-    return process_ && process_->state() == QProcess::Running;
+    return process_.running();
 }
 
 quint16 SimServer::port() const
 {
-    return port_;
+    return process_.port();
 }
 
 QString SimServer::endpointUrl() const
 {
-    return QStringLiteral("opc.tcp://127.0.0.1:%1").arg(port_);
+    return QStringLiteral("opc.tcp://127.0.0.1:%1").arg(port());
 }
 
 QString SimServer::statsFilePath() const

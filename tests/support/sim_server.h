@@ -1,12 +1,10 @@
 #pragma once
 
+#include "tests/support/server_process.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QTemporaryDir>
-
-#include <memory>
-
-class QProcess;
 
 namespace test_support {
 
@@ -15,7 +13,10 @@ namespace test_support {
 class SimServer
 {
 public:
-    SimServer();
+    // Stats::None: no stats file, whose rewrite after every request would dominate a long browse.
+    enum class Stats { File, None };
+
+    explicit SimServer(Stats stats = Stats::File);
     ~SimServer();
     SimServer(const SimServer&) = delete;
     SimServer& operator=(const SimServer&) = delete;
@@ -36,8 +37,8 @@ private:
     bool launch(const QString& scenarioPath, quint16 port, QString* error);
 
     QTemporaryDir dir_;
-    std::unique_ptr<QProcess> process_;
-    quint16 port_ = 0;
+    ServerProcess process_;
+    Stats statsMode_;
 };
 
 QString simExecutable();
