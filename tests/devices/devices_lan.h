@@ -14,17 +14,6 @@
 
 #include <memory>
 
-// Namespaces need root: in CI their absence is a failure, elsewhere the test is skipped.
-#define REQUIRE_DEVICES_NETNS()                                                                 \
-    do {                                                                                        \
-        QString why_;                                                                           \
-        if (!test_support::NetLan::available(&why_)) {                                          \
-            if (test_support::runningInCi())                                                    \
-                FAIL() << "network namespaces unavailable in CI: " << why_.toStdString();       \
-            GTEST_SKIP() << "network namespaces unavailable: " << why_.toStdString();           \
-        }                                                                                       \
-    } while (0)
-
 inline void PrintTo(const QString& text, std::ostream* os)
 {
     *os << '"' << text.toStdString() << '"';

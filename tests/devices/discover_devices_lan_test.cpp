@@ -68,7 +68,7 @@ QString plainDescription(int octet, int port, const QString& uri, const QString&
 class DiscoverDevicesOnLan : public ::testing::Test
 {
 protected:
-    void SetUp() override { REQUIRE_DEVICES_NETNS(); }
+    void SetUp() override { REQUIRE_NETNS(); }
 
     void up(const QStringList& hosts, const QStringList& extra = {})
     {

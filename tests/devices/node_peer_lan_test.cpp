@@ -27,7 +27,7 @@ class DiscoverNodeOpcUaOnLan : public ::testing::Test
 protected:
     void SetUp() override
     {
-        REQUIRE_DEVICES_NETNS();
+        REQUIRE_NETNS();
         QString why;
         if (!test_support::NodePeer::available(&why)) {
             if (test_support::runningInCi())
