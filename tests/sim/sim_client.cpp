@@ -1,27 +1,27 @@
 #include "tests/sim/sim_client.h"
 
-#include <open62541/client_config_default.h>
-#include <open62541/client_highlevel.h>
+#include "tests/support/ua_test_client.h"
+
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/pki_default.h>
 
 #include <QtGlobal>
 
-#include <cstdarg>
-
 namespace sim_test {
 
 namespace {
 
-void silentLog(void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {}
+UA_Logger silentLogger = {test_support::silentUaLog, nullptr, nullptr};
 
-UA_Logger silentLogger = {silentLog, nullptr, nullptr};
+bool clientLogWanted()
+{
+    return qEnvironmentVariableIsSet("SIM_TEST_CLIENT_LOG");
+}
 
 void silence(UA_ClientConfig* config)
 {
-    // The logger's own clean-up stays: it frees the logger when the client is deleted.
-    if (config->logging && !qEnvironmentVariableIsSet("SIM_TEST_CLIENT_LOG"))
-        config->logging->log = silentLog;
+    if (!clientLogWanted())
+        test_support::silenceClientLog(config);
 }
 
 struct ClientCertificate
@@ -55,12 +55,7 @@ const ClientCertificate& clientCertificate()
 
 UaClientPtr newClient(int timeoutMs)
 {
-    UaClientPtr client(UA_Client_new());
-    UA_ClientConfig* config = UA_Client_getConfig(client.get());
-    UA_ClientConfig_setDefault(config);
-    silence(config);
-    config->timeout = static_cast<UA_UInt32>(timeoutMs);
-    return client;
+    return test_support::newTestClient(timeoutMs, clientLogWanted());
 }
 
 UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs)
@@ -85,54 +80,12 @@ UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, 
 
 QString toQString(const UA_String& text)
 {
-    return QString::fromUtf8(reinterpret_cast<const char*>(text.data), static_cast<int>(text.length));
+    return test_support::uaText(text);
 }
 
 UA_NodeId simNode(const char* id)
 {
     return UA_NODEID_STRING(1, const_cast<char*>(id));
-}
-
-BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node)
-{
-    BrowseOutcome outcome;
-    UaBrowseRequestHolder request;
-    request->nodesToBrowse = UA_BrowseDescription_new();
-    request->nodesToBrowseSize = 1;
-    UA_NodeId_copy(&node, &request->nodesToBrowse[0].nodeId);
-    request->nodesToBrowse[0].browseDirection = UA_BROWSEDIRECTION_FORWARD;
-    request->nodesToBrowse[0].referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
-    request->nodesToBrowse[0].includeSubtypes = true;
-    request->nodesToBrowse[0].resultMask = UA_BROWSERESULTMASK_ALL;
-    UaBrowseResponseHolder response = UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *request));
-    outcome.status = response->responseHeader.serviceResult;
-    if (outcome.status != UA_STATUSCODE_GOOD || response->resultsSize != 1)
-        return outcome;
-    UaBrowseResultHolder result;
-    UA_BrowseResult_copy(&response->results[0], result.get());
-    while (true) {
-        if (result->statusCode != UA_STATUSCODE_GOOD) {
-            outcome.status = result->statusCode;
-            return outcome;
-        }
-        for (size_t i = 0; i < result->referencesSize; ++i)
-            outcome.names.push_back(toQString(result->references[i].browseName.name));
-        if (result->continuationPoint.length == 0)
-            return outcome;
-        ++outcome.continuationPoints;
-        UaBrowseNextRequestHolder next;
-        next->continuationPoints = UA_ByteString_new();
-        next->continuationPointsSize = 1;
-        UA_ByteString_copy(&result->continuationPoint, &next->continuationPoints[0]);
-        UaBrowseNextResponseHolder nextResponse =
-            UaBrowseNextResponseHolder::adopt(UA_Client_Service_browseNext(client, *next));
-        outcome.status = nextResponse->responseHeader.serviceResult;
-        if (outcome.status != UA_STATUSCODE_GOOD || nextResponse->resultsSize != 1)
-            return outcome;
-        UaBrowseResultHolder following;
-        UA_BrowseResult_copy(&nextResponse->results[0], following.get());
-        result = std::move(following);
-    }
 }
 
 UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
@@ -159,15 +112,8 @@ UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
 
 UA_StatusCode browseOnce(UA_Client* client, const UA_NodeId& node)
 {
-    UaBrowseRequestHolder request;
-    request->nodesToBrowse = UA_BrowseDescription_new();
-    request->nodesToBrowseSize = 1;
-    UA_NodeId_copy(&node, &request->nodesToBrowse[0].nodeId);
-    request->nodesToBrowse[0].browseDirection = UA_BROWSEDIRECTION_FORWARD;
-    request->nodesToBrowse[0].referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
-    request->nodesToBrowse[0].includeSubtypes = true;
-    request->nodesToBrowse[0].resultMask = UA_BROWSERESULTMASK_ALL;
-    UaBrowseResponseHolder response = UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *request));
+    UaBrowseResponseHolder response =
+        UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *test_support::forwardBrowseRequest(node)));
     return response->responseHeader.serviceResult;
 }
 

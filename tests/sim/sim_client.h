@@ -1,12 +1,11 @@
 #pragma once
 
 #include "client_core/ua_holders.h"
+#include "tests/support/ua_test_client.h"
 
 #include <open62541/client.h>
 
 #include <QString>
-
-#include <vector>
 
 namespace sim_test {
 
@@ -19,13 +18,8 @@ UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, 
 QString toQString(const UA_String& text);
 
 // Browse results of one node, continuation points followed to the end.
-struct BrowseOutcome
-{
-    UA_StatusCode status = UA_STATUSCODE_GOOD;
-    std::vector<QString> names;   // browse names in server order
-    int continuationPoints = 0;
-};
-BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node);
+using test_support::BrowseOutcome;
+using test_support::browseAll;
 
 // One Browse request of one node (no continuation); returns the service result.
 UA_StatusCode browseOnce(UA_Client* client, const UA_NodeId& node);
