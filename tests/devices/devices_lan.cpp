@@ -162,12 +162,6 @@ QJsonArray sortedDevices(const QJsonObject& document)
     return sorted;
 }
 
-std::string describe(const test_support::ProcessResult& r)
-{
-    return "exit " + std::to_string(r.exitCode) + (r.finished ? "" : " (killed)") + "\nstdout: "
-        + r.out.toStdString() + "\nstderr: " + r.err.toStdString();
-}
-
 void expectCleanRun(const DiscoverRun& run, const QString& expectedStderr)
 {
     ASSERT_TRUE(run.raw.finished) << describe(run.raw);

@@ -80,7 +80,7 @@ QString policyUri(const QString& name);
 // The records of a result sorted by address, then description (scan order varies).
 QJsonArray sortedDevices(const QJsonObject& document);
 
-std::string describe(const test_support::ProcessResult& r);
+using test_support::describe;
 
 // Asserts what every run must show: exit 0, only the indented document on standard output,
 // nothing on standard error, the envelope keys of discover_devices.

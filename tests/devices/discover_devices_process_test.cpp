@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 
+using test_support::describe;
 using test_support::runDiscover;
 
 namespace {
@@ -19,12 +20,6 @@ namespace {
 const QString kDefaultProbesNote = QStringLiteral(
     "OPC UA discovery probes on TCP 4840,4841,4842,4843,4844,4845,4846,4847,4848,4849,4850,53530. Imported "
     "security is None; certificates stay unset.");
-
-std::string describe(const test_support::ProcessResult& r)
-{
-    return "exit " + std::to_string(r.exitCode) + "\nstdout: " + r.out.toStdString() + "\nstderr: "
-        + r.err.toStdString();
-}
 
 class DiscoverDevicesProcess : public ::testing::Test
 {

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+using test_support::describe;
 using test_support::Plant;
 using test_support::ProcessResult;
 
@@ -25,12 +26,6 @@ namespace {
             GTEST_SKIP() << "plants unavailable: " << why_.toStdString();                 \
         }                                                                                 \
     } while (0)
-
-std::string describe(const ProcessResult& r)
-{
-    return "exit " + std::to_string(r.exitCode) + (r.finished ? "" : " (killed)") + "\nstdout: " + r.out.toStdString()
-        + "\nstderr: " + r.err.toStdString();
-}
 
 QStringList lines(const ProcessResult& r)
 {

@@ -24,10 +24,6 @@ inline QJsonObject jsonOf(const test_support::ProcessResult& r)
     return QJsonDocument::fromJson(r.out).object();
 }
 
-inline std::string describe(const test_support::ProcessResult& r)
-{
-    return "exit " + std::to_string(r.exitCode) + (r.finished ? "" : " (killed)") + "\nstdout: "
-        + r.out.toStdString() + "\nstderr: " + r.err.toStdString();
-}
+using test_support::describe;
 
 } // namespace scan_test

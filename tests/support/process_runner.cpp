@@ -64,4 +64,10 @@ bool runningInCi()
     return !qEnvironmentVariableIsEmpty("CI");
 }
 
+std::string describe(const ProcessResult& r)
+{
+    return "exit " + std::to_string(r.exitCode) + (r.finished ? "" : " (killed)") + "\nstdout: "
+        + r.out.toStdString() + "\nstderr: " + r.err.toStdString();
+}
+
 } // namespace test_support

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <string>
+
 namespace test_support {
 
 struct ProcessResult
@@ -23,6 +25,9 @@ ProcessResult runProcess(const QString& program, const QStringList& arguments,
 // Runs the built discover executable.
 ProcessResult runDiscover(const QStringList& arguments, const QMap<QString, QString>& env = {},
                           int timeoutMs = 60000);
+
+// Exit status and both outputs of a run, for failure messages.
+std::string describe(const ProcessResult& r);
 
 QString discoverExecutable();
 QString sourceDir();
