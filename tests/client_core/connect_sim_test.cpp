@@ -59,6 +59,22 @@ bool browsesAlias(ClientCore& core)
     return core.browseNodes(&items, nullptr, {}) && items.size() == 1 && items[0].nodeId == "ns=1;s=Alias.X";
 }
 
+// Connects with the client certificate and key under the given names, in security mode
+// ("2" Sign, "3" SignAndEncrypt) with Basic256Sha256, and browses.
+void expectSecuredConnection(bool pem, const QString& certificateName, const QString& keyName, const char* mode)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(placeKeyFiles(dir, pem, certificateName, keyName));
+    SimServer sim;
+    START_SIM_OR_SKIP(sim, securedScenario());
+    DeviceInstancePlugin plugin = simPlugin(sim, mode, basic256Sha256Uri);
+    plugin.settings["certificate"] = certificateName;
+    plugin.settings["key"] = keyName;
+    ClientCore core(plugin, filesPathOf(dir), "tests", 10000);
+    EXPECT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
+    EXPECT_TRUE(browsesAlias(core));
+}
+
 } // namespace
 
 TEST(ClientCoreConnect, AnonymousWithoutSecurityConnects)
@@ -165,44 +181,17 @@ TEST(ClientCoreConnect, TwoAttemptsOneSecondApartAfterAFailureMakeOneAttemptAndO
 
 TEST(ClientCoreConnect, SignAndEncryptWithDerCertificate)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(placeKeyFiles(dir, false, "client_cert.der", "client_key.der"));
-    SimServer sim;
-    START_SIM_OR_SKIP(sim, securedScenario());
-    DeviceInstancePlugin plugin = simPlugin(sim, "3", basic256Sha256Uri);
-    plugin.settings["certificate"] = "client_cert.der";
-    plugin.settings["key"] = "client_key.der";
-    ClientCore core(plugin, filesPathOf(dir), "tests", 10000);
-    EXPECT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
-    EXPECT_TRUE(browsesAlias(core));
+    expectSecuredConnection(false, "client_cert.der", "client_key.der", "3");
 }
 
 TEST(ClientCoreConnect, SignWithDerCertificate)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(placeKeyFiles(dir, false, "client_cert.der", "client_key.der"));
-    SimServer sim;
-    START_SIM_OR_SKIP(sim, securedScenario());
-    DeviceInstancePlugin plugin = simPlugin(sim, "2", basic256Sha256Uri);
-    plugin.settings["certificate"] = "client_cert.der";
-    plugin.settings["key"] = "client_key.der";
-    ClientCore core(plugin, filesPathOf(dir), "tests", 10000);
-    EXPECT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
-    EXPECT_TRUE(browsesAlias(core));
+    expectSecuredConnection(false, "client_cert.der", "client_key.der", "2");
 }
 
 TEST(ClientCoreConnect, SignAndEncryptWithPemCertificate)
 {
-    QTemporaryDir dir;
-    ASSERT_TRUE(placeKeyFiles(dir, true, "client_cert.pem", "client_key.pem"));
-    SimServer sim;
-    START_SIM_OR_SKIP(sim, securedScenario());
-    DeviceInstancePlugin plugin = simPlugin(sim, "3", basic256Sha256Uri);
-    plugin.settings["certificate"] = "client_cert.pem";
-    plugin.settings["key"] = "client_key.pem";
-    ClientCore core(plugin, filesPathOf(dir), "tests", 10000);
-    EXPECT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
-    EXPECT_TRUE(browsesAlias(core));
+    expectSecuredConnection(true, "client_cert.pem", "client_key.pem", "3");
 }
 
 TEST(ClientCoreConnect, CertificateZeroUsesTheDefaultFilesUnderTheFilesPath)
