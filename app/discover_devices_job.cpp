@@ -2,6 +2,7 @@
 
 #include "app/front_end.h"
 #include "client_core/ua_holders.h"
+#include "client_core/ua_text.h"
 #include "discovery/device_record.h"
 #include "discovery/endpoint_selection.h"
 #include "discovery/labels.h"
@@ -35,13 +36,6 @@ constexpr const char* noServerApplicationUri = "urn:discover:discovery-query:mat
 
 // Shared by every discovery client and never cleared, so deleting a client frees no logger.
 UA_Logger silentLogger = {&silentOpcUaLog, nullptr, nullptr};
-
-QString fromUaString(const UA_String& text)
-{
-    if (!text.data || text.length == 0)
-        return QString();
-    return QString::fromUtf8(reinterpret_cast<const char*>(text.data), static_cast<int>(text.length));
-}
 
 bool isOpcTcpUrl(const QString& url)
 {

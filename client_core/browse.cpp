@@ -3,6 +3,7 @@
 #include "client_core/browse_path.h"
 #include "client_core/data_types.h"
 #include "client_core/ua_holders.h"
+#include "client_core/ua_text.h"
 
 #include <QHash>
 #include <QSet>
@@ -43,18 +44,6 @@ bool isConnectionLoss(UA_StatusCode status)
     return status == UA_STATUSCODE_BADTIMEOUT || status == UA_STATUSCODE_BADCONNECTIONCLOSED
         || status == UA_STATUSCODE_BADSECURECHANNELCLOSED || status == UA_STATUSCODE_BADSESSIONCLOSED
         || status == UA_STATUSCODE_BADSERVERNOTCONNECTED;
-}
-
-QString statusName(UA_StatusCode status)
-{
-    return QString::fromUtf8(UA_StatusCode_name(status));
-}
-
-QString uaText(const UA_String& text)
-{
-    if (text.length == 0)
-        return QString();
-    return QString::fromUtf8(reinterpret_cast<const char*>(text.data), static_cast<int>(text.length));
 }
 
 void warn(BrowseState& state, const QString& text)
@@ -184,7 +173,7 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     const VariableAttributes attributes = readVariableAttributes(state.client, reference.nodeId.nodeId);
     if (attributes.dataTypeStatus != UA_STATUSCODE_GOOD) {
         warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2")
-                        .arg(variable, statusName(attributes.dataTypeStatus)));
+                        .arg(variable, statusCodeName(attributes.dataTypeStatus)));
         if (isConnectionLoss(attributes.dataTypeStatus))
             state.stopped = true;
         return;
@@ -204,7 +193,7 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     const bool accessLevelFailed = attributes.accessLevelStatus != UA_STATUSCODE_GOOD;
     if (accessLevelFailed)
         warn(state, QStringLiteral("Could not read access level for %1, defaulting to readable: %2")
-                        .arg(variable, statusName(attributes.accessLevelStatus)));
+                        .arg(variable, statusCodeName(attributes.accessLevelStatus)));
     const UA_Int32 valueRank = attributes.valueRank;
 
     const bool readable = accessLevelFailed || (accessLevel & UA_ACCESSLEVELMASK_READ) != 0;
@@ -218,9 +207,9 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     item.nodeId = variable;
     item.browsePath = joined;
     if (item.browsePath.isEmpty())
-        item.browsePath = uaText(reference.displayName.text);
+        item.browsePath = fromUaString(reference.displayName.text);
     if (item.browsePath.isEmpty())
-        item.browsePath = uaText(reference.browseName.name);
+        item.browsePath = fromUaString(reference.browseName.name);
     if (item.browsePath.isEmpty())
         item.browsePath = variable;
     item.dataType = type.name;
@@ -250,9 +239,9 @@ void handleReference(BrowseState& state, const QString& parent, const QStringLis
     }
 
     QStringList childPath = parentPath;
-    QString segment = uaText(reference.browseName.name);
+    QString segment = fromUaString(reference.browseName.name);
     if (segment.isEmpty())
-        segment = uaText(reference.displayName.text);
+        segment = fromUaString(reference.displayName.text);
     if (!segment.isEmpty())
         childPath.append(segment);
 
@@ -278,7 +267,7 @@ void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResul
 {
     for (;;) {
         if (UA_StatusCode_isBad(result->statusCode)) {
-            warn(state, QStringLiteral("Browse result failed for %1: %2").arg(parent.nodeId, statusName(result->statusCode)));
+            warn(state, QStringLiteral("Browse result failed for %1: %2").arg(parent.nodeId, statusCodeName(result->statusCode)));
             if (isConnectionLoss(result->statusCode))
                 state.stopped = true;
             return;
@@ -306,7 +295,7 @@ void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResul
             continue;
         }
         // A Good answer without a result is reported with its Good status name on purpose.
-        warn(state, QStringLiteral("BrowseNext failed for %1: %2").arg(parent.nodeId, statusName(status)));
+        warn(state, QStringLiteral("BrowseNext failed for %1: %2").arg(parent.nodeId, statusCodeName(status)));
         if (isConnectionLoss(status))
             state.stopped = true;
         return;
@@ -344,7 +333,7 @@ void browseOne(BrowseState& state, const PendingBrowse& entry)
                         &UA_TYPES[UA_TYPES_BROWSERESPONSE]);
     const UA_StatusCode status = response->responseHeader.serviceResult;
     if (UA_StatusCode_isBad(status)) {
-        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, statusName(status)));
+        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, statusCodeName(status)));
         if (isConnectionLoss(status)) {
             warn(state, QStringLiteral("Stopped browsing because the OPC UA server did not respond within the "
                                        "connection timeout. %1 items were collected.")

@@ -1,6 +1,7 @@
 #include "client_core/data_types.h"
 
 #include "client_core/ua_holders.h"
+#include "client_core/ua_text.h"
 
 #include <QSet>
 
@@ -120,7 +121,7 @@ bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, Reso
 QString nodeIdToQString(const UA_NodeId& nodeId)
 {
     UaStringHolder text;
-    if (UA_NodeId_print(&nodeId, text.get()) != UA_STATUSCODE_GOOD || text->length == 0)
+    if (UA_NodeId_print(&nodeId, text.get()) != UA_STATUSCODE_GOOD)
         return QString();
-    return QString::fromUtf8(reinterpret_cast<const char*>(text->data), static_cast<int>(text->length));
+    return fromUaString(*text);
 }

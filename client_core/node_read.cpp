@@ -2,6 +2,7 @@
 
 #include "client_core/opc_ua_client_core.h"
 #include "client_core/ua_holders.h"
+#include "client_core/ua_text.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -152,11 +153,11 @@ bool ClientCore::readNode(ClientCore::Node* node)
     if (status == UA_STATUSCODE_BADNODEIDUNKNOWN || status == UA_STATUSCODE_BADNODEATTRIBUTESINVALID) {
         node->error = QStringLiteral("Unknown node identifier (ns: ") + QString::number(node->namespaceIndex)
             + QStringLiteral(" id:") + node->identifier + QStringLiteral("). Error: ")
-            + QString::fromUtf8(UA_StatusCode_name(status));
+            + statusCodeName(status);
         return false;
     }
     if (status != UA_STATUSCODE_GOOD) {
-        node->error = QStringLiteral("Error code: ") + QString::fromUtf8(UA_StatusCode_name(status));
+        node->error = QStringLiteral("Error code: ") + statusCodeName(status);
         return false;
     }
 

@@ -1,5 +1,7 @@
 #include "client_core/opc_ua_client_core.h"
 
+#include "client_core/ua_text.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QMutexLocker>
@@ -279,7 +281,7 @@ bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
         disconnectLogged = false;
         return true;
     }
-    plugin->statusText = QString::fromUtf8(UA_StatusCode_name(status));
+    plugin->statusText = statusCodeName(status);
     disconnectOpcServer();
     logDisconnectOnce(plugin);
     return false;
