@@ -58,6 +58,17 @@ QJsonObject securedScenario()
         {"address_space", QJsonObject{{"presets", QJsonArray{"alias"}}, {"hide_server_object", true}}}};
 }
 
+// The same server with user names only: anonymous sessions are refused.
+QJsonObject userOnlyScenario()
+{
+    QJsonObject scenario = securedScenario();
+    scenario.insert("anonymous", false);
+    return scenario;
+}
+
+const char kWrongPasswordMessage[] =
+    "OPC UA authentication failed (BadUserAccessDenied). Check username and password, or whether anonymous is allowed.";
+
 QJsonObject securedDevice(const QString& address, const QString& mode, const QString& policy)
 {
     return QJsonObject{{"address", address}, {"security_mode", mode}, {"security_policies", policy}};
@@ -108,37 +119,27 @@ protected:
 
 TEST_F(ItemsConnect, WrongPasswordIsAnAuthenticationFailure)
 {
-    QJsonObject scenario = securedScenario();
-    scenario.insert("anonymous", false);
-    startSim(scenario);
+    startSim(userOnlyScenario());
     QJsonObject device = noneDevice(sim_.endpointUrl());
     device.insert("username", "operator");
     device.insert("password", "wrong");
-    expectConnectFailure(QJsonObject{{"device", device}},
-                         "OPC UA authentication failed (BadUserAccessDenied). Check username and password, or whether "
-                         "anonymous is allowed.");
+    expectConnectFailure(QJsonObject{{"device", device}}, kWrongPasswordMessage);
 }
 
 TEST_F(ItemsConnect, WrongPasswordOverAnEncryptedChannelIsAnAuthenticationFailure)
 {
     useDiscoverWithCertificate();
-    QJsonObject scenario = securedScenario();
-    scenario.insert("anonymous", false);
-    startSim(scenario);
+    startSim(userOnlyScenario());
     QJsonObject device = securedDevice(sim_.endpointUrl(), "3", kBasic256Sha256);
     device.insert("username", "operator");
     device.insert("password", "wrong");
-    expectConnectFailure(QJsonObject{{"device", device}},
-                         "OPC UA authentication failed (BadUserAccessDenied). Check username and password, or whether "
-                         "anonymous is allowed.");
+    expectConnectFailure(QJsonObject{{"device", device}}, kWrongPasswordMessage);
 }
 
 TEST_F(ItemsConnect, RightPasswordOverAnEncryptedChannelBrowses)
 {
     useDiscoverWithCertificate();
-    QJsonObject scenario = securedScenario();
-    scenario.insert("anonymous", false);
-    startSim(scenario);
+    startSim(userOnlyScenario());
     QJsonObject device = securedDevice(sim_.endpointUrl(), "3", kBasic256Sha256);
     device.insert("username", "operator");
     device.insert("password", "secret");
