@@ -19,6 +19,15 @@ using EndpointArray = Ua::Array<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIP
 constexpr UA_UInt32 discoveryRequestTimeoutMs = 2500;
 constexpr const char* noServerApplicationUri = "urn:discover:discovery-query:matches-no-server";
 
+// One discovery service call on a client of its own, deleted right after it; true when the
+// service answered Good.
+template <typename Call>
+bool callOnce(const Call& call)
+{
+    const Ua::Client client = newDiscoveryClient();
+    return client && call(client.get()) == UA_STATUSCODE_GOOD;
+}
+
 bool isOpcTcpUrl(const QString& url)
 {
     return !url.isEmpty() && url.startsWith(QLatin1String("opc.tcp://"), Qt::CaseInsensitive);
@@ -27,15 +36,13 @@ bool isOpcTcpUrl(const QString& url)
 QList<DiscoveredServer> findServers(const QByteArray& url)
 {
     QList<DiscoveredServer> servers;
-    Ua::Client client = newDiscoveryClient();
-    if (!client)
-        return servers;
     ApplicationArray applications;
     // Only the service result counts: an application without usable discovery URLs
     // simply contributes nothing.
-    const UA_StatusCode status = UA_Client_findServers(client.get(), url.constData(), 0, nullptr, 0, nullptr,
-                                                       applications.size(), applications.data());
-    if (status != UA_STATUSCODE_GOOD)
+    if (!callOnce([&](UA_Client* client) {
+            return UA_Client_findServers(client, url.constData(), 0, nullptr, 0, nullptr, applications.size(),
+                                         applications.data());
+        }))
         return servers;
     for (const UA_ApplicationDescription& app : applications) {
         if (app.applicationType == UA_APPLICATIONTYPE_CLIENT)
@@ -54,13 +61,11 @@ QList<DiscoveredServer> findServers(const QByteArray& url)
 QList<DiscoveredServer> findServersOnNetwork(const QByteArray& url)
 {
     QList<DiscoveredServer> servers;
-    Ua::Client client = newDiscoveryClient();
-    if (!client)
-        return servers;
     ServerOnNetworkArray records;
-    const UA_StatusCode status =
-        UA_Client_findServersOnNetwork(client.get(), url.constData(), 0, 0, 0, nullptr, records.size(), records.data());
-    if (status != UA_STATUSCODE_GOOD)
+    if (!callOnce([&](UA_Client* client) {
+            return UA_Client_findServersOnNetwork(client, url.constData(), 0, 0, 0, nullptr, records.size(),
+                                                  records.data());
+        }))
         return servers;
     for (const UA_ServerOnNetwork& record : records) {
         DiscoveredServer server;
@@ -142,12 +147,11 @@ void applyGetEndpoints(Candidate* candidate)
     if (!candidate)
         return;
     const QByteArray url = candidateQueryUrl(*candidate).toUtf8();
-    Ua::Client client = newDiscoveryClient();
-    if (!client)
-        return;
     EndpointArray endpoints;
-    const UA_StatusCode status = UA_Client_getEndpoints(client.get(), url.constData(), endpoints.size(), endpoints.data());
-    if (status != UA_STATUSCODE_GOOD || endpoints.empty())
+    if (!callOnce([&](UA_Client* client) {
+            return UA_Client_getEndpoints(client, url.constData(), endpoints.size(), endpoints.data());
+        })
+        || endpoints.empty())
         return;
 
     QList<EndpointOffer> offers;

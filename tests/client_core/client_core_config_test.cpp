@@ -157,6 +157,27 @@ TEST(ClientConfiguration, CertificateZeroSelectsTheDefaultFileNames)
     EXPECT_GT(configOf(core)->securityPoliciesSize, 1u);
 }
 
+TEST(ClientConfiguration, EncryptedConfigurationKeepsTheCoreLoggerEverywhere)
+{
+    QTemporaryDir dir;
+    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    ASSERT_FALSE(pair.key.isEmpty());
+    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
+    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
+
+    DeviceInstancePlugin plugin = offlinePlugin("3", basic256Sha256Uri);
+    ClientCore core(plugin, filesPathOf(dir), "tests", 0);
+    UA_ClientConfig* config = configOf(core);
+    ASSERT_NE(config->logging, nullptr);
+    EXPECT_EQ(config->logging->log, &ClientCore::loggerMethod);
+    EXPECT_EQ(config->logging->clear, nullptr);
+    ASSERT_NE(config->eventLoop, nullptr);
+    EXPECT_EQ(config->eventLoop->logger, config->logging);
+    ASSERT_GT(config->securityPoliciesSize, 1u);
+    for (size_t i = 0; i < config->securityPoliciesSize; ++i)
+        EXPECT_EQ(config->securityPolicies[i].logger, config->logging);
+}
+
 TEST(ClientConfiguration, NamedPemFilesArriveWithTheirTrailingZeroAndAreWiped)
 {
     QTemporaryDir dir;
