@@ -101,6 +101,15 @@ QString filesPathOf(const QTemporaryDir& dir)
     return dir.path() + "/";
 }
 
+// The tests' client certificate and key under the default file names.
+const CertificatePair& writeDefaultCertificateFiles(const QTemporaryDir& dir)
+{
+    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
+    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
+    return pair;
+}
+
 } // namespace
 
 TEST(ClientConfiguration, NoSecurityAndNoUserReadsNoFile)
@@ -137,10 +146,8 @@ TEST(ClientConfiguration, UserNameOnUnsecuredChannelReadsCertificateAndKey)
 TEST(ClientConfiguration, CertificateZeroSelectsTheDefaultFileNames)
 {
     QTemporaryDir dir;
-    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    const CertificatePair& pair = writeDefaultCertificateFiles(dir);
     ASSERT_FALSE(pair.key.isEmpty());
-    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
-    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
 
     WipeObserverScope observer;
     MessageCapture capture;
@@ -160,10 +167,8 @@ TEST(ClientConfiguration, CertificateZeroSelectsTheDefaultFileNames)
 TEST(ClientConfiguration, EncryptedConfigurationKeepsTheCoreLoggerEverywhere)
 {
     QTemporaryDir dir;
-    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    const CertificatePair& pair = writeDefaultCertificateFiles(dir);
     ASSERT_FALSE(pair.key.isEmpty());
-    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
-    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
 
     DeviceInstancePlugin plugin = offlinePlugin("3", basic256Sha256Uri);
     ClientCore core(plugin, filesPathOf(dir), "tests", 0);
