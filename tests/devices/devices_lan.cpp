@@ -78,7 +78,7 @@ bool DevicesLan::startProgram(const QString& host, int port, const QString& prog
         *error = QStringLiteral("could not start %1 in %2").arg(program, host);
         return false;
     }
-    if (!lan_->waitForTcpListener(host, static_cast<quint16>(port), 20000)) {
+    if (!lan_->waitForTcpListener(host, static_cast<quint16>(port), 60000)) {
         *error = QStringLiteral("%1 does not listen on %2 in %3: %4")
                      .arg(program, QString::number(port), host, lan_->spawnLogs(host));
         return false;

@@ -50,7 +50,7 @@ TEST(NetLan, HostsOnOneBridgeReachEachOther)
     const qint64 listener = lan.spawn("a", "python3", {"-c",
         "import socket;s=socket.socket();s.bind(('10.77.1.20',4999));s.listen();c,_=s.accept();c.sendall(b'hi');c.close()"});
     ASSERT_GT(listener, 0);
-    ASSERT_TRUE(lan.waitForTcpListener("a", 4999, 10000)) << lan.spawnLogs("a").toStdString();
+    ASSERT_TRUE(lan.waitForTcpListener("a", 4999, 60000)) << lan.spawnLogs("a").toStdString();
     const auto got = lan.exec("gw", "bash", {"-c", "exec 3<>/dev/tcp/10.77.1.20/4999; timeout 5 cat <&3"}, 10000);
     EXPECT_EQ(got.out, QByteArray("hi"));
     lan.down();

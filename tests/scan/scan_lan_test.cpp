@@ -71,9 +71,9 @@ protected:
         ASSERT_GT(lan->spawn("s1", responder, {"4840", "4841"}), 0);
         ASSERT_GT(lan->spawn("s2", responder, {"4841"}), 0);
         ASSERT_GT(lan->spawn("s3", responder, {"--error", "4840"}), 0);
-        ASSERT_TRUE(lan->waitForTcpListener("s1", 4841, 10000)) << lan->spawnLogs("s1").toStdString();
-        ASSERT_TRUE(lan->waitForTcpListener("s2", 4841, 10000)) << lan->spawnLogs("s2").toStdString();
-        ASSERT_TRUE(lan->waitForTcpListener("s3", 4840, 10000)) << lan->spawnLogs("s3").toStdString();
+        ASSERT_TRUE(lan->waitForTcpListener("s1", 4841, 60000)) << lan->spawnLogs("s1").toStdString();
+        ASSERT_TRUE(lan->waitForTcpListener("s2", 4841, 60000)) << lan->spawnLogs("s2").toStdString();
+        ASSERT_TRUE(lan->waitForTcpListener("s3", 4840, 60000)) << lan->spawnLogs("s3").toStdString();
     }
 
     static QJsonObject scan(const QStringList& extra, test_support::ProcessResult* raw = nullptr,
