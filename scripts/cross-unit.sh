@@ -17,4 +17,9 @@ targets=$(cat tests/*/CMakeLists.txt | tr '\n' ' ' | grep -o 'discover_add_gtest
 ninja -C "$dir" discover $targets
 file "$dir/app/discover" | grep -q 'ARM aarch64' || { echo "cross-unit.sh: $dir/app/discover is not an arm64 program" >&2; exit 1; }
 qemu-aarch64-static -L / "$dir/app/discover" --version
-(cd "$dir" && ctest --output-on-failure -j "$(nproc)" -L unit)
+# Two scan engine tests count the process's threads in /proc/self/task. Under qemu-user
+# that folder is qemu's own, whose thread of a joined worker may not have ended yet, so
+# they run in the native builds only.
+qemu_excluded='^ScanEngine\.(FiveHundredHostsGiveFortyEightWorkers|OneHostGivesOneWorkerProbingEveryPortInOrder)$'
+echo "cross-unit.sh: not under qemu (they count host threads): $qemu_excluded"
+(cd "$dir" && ctest --output-on-failure -j "$(nproc)" -L unit -E "$qemu_excluded")

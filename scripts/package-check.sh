@@ -10,7 +10,7 @@ root=$(pwd)
 version=$(dpkg-parsechangelog -l debian/changelog -S Version)
 deb=${1:-$root/dist/discover_${version}_$(dpkg --print-architecture).deb}
 sim=${2:-$root/build/release/sim/opcua_sim}
-[ -f "$deb" ] || { echo "package-check.sh: no package $deb (make package)" >&2; exit 1; }
+deb=$(realpath -e "$deb" 2>/dev/null) || { echo "package-check.sh: no package $deb (make package)" >&2; exit 1; }
 [ -x "$sim" ] || { echo "package-check.sh: no simulator $sim (build the release first)" >&2; exit 1; }
 if dpkg-query -W -f='${Status}' discover 2>/dev/null | grep -q 'install ok installed'; then
   echo "package-check.sh: discover is already installed; it is left alone" >&2
