@@ -13,13 +13,13 @@ here=$(cd "$(dirname "$0")" && pwd)
 # shellcheck source=scripts/apt-common.sh
 . "$here/apt-common.sh"
 
+# The native side first: sources, pins and open62541 of every installed architecture.
+bash "$here/install-deps.sh"
+
 if ! dpkg --print-foreign-architectures | grep -qx arm64; then
   dpkg --add-architecture arm64
   apt_update_once
 fi
-
-# The native side first: sources, pins and open62541 of every installed architecture.
-bash "$here/install-deps.sh"
 
 packages=(
   debhelper dpkg-dev fakeroot lintian file

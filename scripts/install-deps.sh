@@ -65,12 +65,14 @@ fi
 need=()
 for p in "${missing[@]}"; do [ -n "$p" ] && need+=("$p"); done
 
-# open62541 of every installed architecture (the -tools package is arch-independent).
-stack=(libopen62541-1.4-tools)
-for arch in $(dpkg --print-architecture) $(dpkg --print-foreign-architectures); do
-  if [ "$arch" = "$(dpkg --print-architecture)" ] || installed "libopen62541-1.4-dev:$arch"; then
-    stack+=("libopen62541-1.4:$arch" "libopen62541-1.4-dev:$arch")
-  fi
+# open62541 of the native architecture, and of every other architecture where it is
+# installed (the -tools package is arch-independent).
+native=$(dpkg --print-architecture)
+stack=(libopen62541-1.4-tools "libopen62541-1.4:$native" "libopen62541-1.4-dev:$native")
+for arch in $(dpkg --print-foreign-architectures); do
+  for p in "libopen62541-1.4:$arch" "libopen62541-1.4-dev:$arch"; do
+    if installed "$p"; then stack+=("$p"); fi
+  done
 done
 for p in "${stack[@]}"; do
   recent_open62541 "$p" || need+=("$p")
