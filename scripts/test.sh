@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the normal, the sanitizer and the thread
-# sanitizer variants, and runs the whole test suite on each; also builds once
-# without the test suites. Run as root: the network tests build private
-# networks out of network namespaces.
+# sanitizer variants, and runs the whole test suite on each; also builds once without the
+# test suites; builds and checks the Debian packages and runs the unit suites of the arm64
+# build under qemu. Run as root: the network tests build private networks out of network
+# namespaces.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -23,8 +24,26 @@ run_variant() {
   (cd "$dir" && ctest --output-on-failure -j "$jobs" "${label_args[@]}")
 }
 
+# Prints how long a step took, so that the time CI spends stays visible.
+timed() {
+  local started=$SECONDS
+  "$@"
+  echo "== $* took $((SECONDS - started)) s"
+}
+
+# The release run also keeps every result document the end-to-end suites produce, and
+# all of them must match the result schema.
+dump=$root/build/release/result-dump
+rm -rf "$dump"
 cmake_args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
-run_variant build/release
+DISCOVER_RESULT_DUMP_DIR=$dump run_variant build/release
+python3 tests/schema/check_documents.py --results "$dump" --min 20
+
+# The controller's side: Debian packages for amd64 and arm64, the amd64 one installed, used
+# and removed, and the unit suites of the arm64 build under qemu.
+timed bash scripts/package.sh
+timed bash scripts/package-check.sh
+timed bash scripts/cross-unit.sh
 
 # Everything that is not a test must build without the test suites (same flags as the
 # release build, so the compiler cache answers most of it).

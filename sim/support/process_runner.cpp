@@ -1,9 +1,54 @@
 #include "sim/support/process_runner.h"
 
+#include <QAtomicInt>
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QProcessEnvironment>
 
+#include <algorithm>
+
 namespace test_support {
+
+namespace {
+
+// With DISCOVER_RESULT_DUMP_DIR set, every result document a successful discover run wrote
+// (to --output or standard output) is copied there, so that the schema check can validate
+// what the suites produced. discover may be the program or run under a wrapper (env, ip netns).
+void dumpDiscoverResult(const QString& program, const QStringList& arguments, const ProcessResult& result)
+{
+    const QString dumpDir = qEnvironmentVariable("DISCOVER_RESULT_DUMP_DIR");
+    if (dumpDir.isEmpty() || !result.finished || result.exitCode != 0)
+        return;
+    const QStringList words = QStringList{program} + arguments;
+    const int at = static_cast<int>(std::find_if(words.begin(), words.end(), [](const QString& w) {
+                                        return QFileInfo(w).fileName() == QLatin1String("discover");
+                                    }) - words.begin());
+    if (at == words.size())
+        return;
+    QByteArray document = result.out;
+    for (int i = at + 1; i + 1 < words.size(); ++i) {
+        if (words[i] == QLatin1String("-o") || words[i] == QLatin1String("--output")) {
+            QFile file(words[i + 1]);
+            document = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        }
+    }
+    if (!QJsonDocument::fromJson(document).isObject())
+        return;
+    static QAtomicInt counter;
+    QDir().mkpath(dumpDir);
+    const QString name = QStringLiteral("result-%1-%2.json")
+                             .arg(QCoreApplication::applicationPid())
+                             .arg(counter.fetchAndAddRelaxed(1));
+    QFile out(QDir(dumpDir).filePath(name));
+    if (out.open(QIODevice::WriteOnly))
+        out.write(document);
+}
+
+} // namespace
 
 ProcessResult runProcess(const QString& program, const QStringList& arguments, const QMap<QString, QString>& env,
                          int timeoutMs)
@@ -36,6 +81,7 @@ ProcessResult runProcess(const QString& program, const QStringList& arguments, c
     result.exitCode = process.exitCode();
     result.out = process.readAllStandardOutput();
     result.err = process.readAllStandardError();
+    dumpDiscoverResult(program, arguments, result);
     return result;
 }
 
