@@ -31,7 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (targetDevice(request, &device)) {
         DiscoveryDeviceConfig config;
         QString error;
-        if (parseDeviceConfig(device, &config, &error) == config.address.isEmpty() || config.fields.size() != 6)
+        const bool parsed = parseDeviceConfig(device, &config, &error);
+        if (parsed == config.address.isEmpty() || (parsed && config.fields.size() != 6))
             std::abort();
     }
     DiscoveryDeviceConfig whole;
@@ -39,3 +40,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     parseDeviceConfig(request, &whole, &error);
     return 0;
 }
+

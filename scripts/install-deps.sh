@@ -37,6 +37,7 @@ packages=(
   libgtest-dev libgmock-dev googletest
   iproute2 procps python3 jq
   nodejs npm
+  clang libclang-rt-14-dev
 )
 
 missing=()
