@@ -1,11 +1,11 @@
 #include "common/atomic_file.h"
 #include "sim/support/files.h"
+#include "sim/support/process_runner.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -131,27 +131,6 @@ TEST(AtomicFile, UnsyncedKeepsTheOldPermissions)
               ownerOnly);
 }
 
-namespace {
-
-mode_t modeOf(const QString& path)
-{
-    struct stat status {};
-    ::stat(QFile::encodeName(path).constData(), &status);
-    return status.st_mode & 07777;
-}
-
-// A process id that no process has: one that ran and was waited for.
-qint64 deadPid()
-{
-    QProcess process;
-    process.start("/bin/true", QStringList());
-    const qint64 pid = process.processId();
-    process.waitForFinished(10000);
-    return pid > 0 ? pid : 999999999;
-}
-
-} // namespace
-
 TEST_P(AtomicFileTest, NewFileIsOwnerOnly)
 {
     QTemporaryDir dir;
@@ -160,7 +139,7 @@ TEST_P(AtomicFileTest, NewFileIsOwnerOnly)
     const bool written = writeFileAtomically(path, "secret", GetParam());
     ::umask(previousMask);
     ASSERT_TRUE(written);
-    EXPECT_EQ(modeOf(path), mode_t(0600));
+    EXPECT_EQ(test_support::fileMode(path), 0600u);
 }
 
 TEST_P(AtomicFileTest, ReplacedFileKeepsItsPermissions)
@@ -169,7 +148,7 @@ TEST_P(AtomicFileTest, ReplacedFileKeepsItsPermissions)
     const QString path = test_support::writeFile(dir.path(), "out.json", "old");
     ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), 0640), 0);
     ASSERT_TRUE(writeFileAtomically(path, "new", GetParam()));
-    EXPECT_EQ(modeOf(path), mode_t(0640));
+    EXPECT_EQ(test_support::fileMode(path), 0640u);
     EXPECT_EQ(test_support::readFile(path), QByteArray("new"));
 }
 
@@ -223,7 +202,7 @@ TEST(AtomicFileStaleParts, PartsOfDeadProcessesAreRemovedOthersKept)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath("out.json");
-    const QString dead = test_support::writeFile(dir.path(), "out.json.part-" + QString::number(deadPid()), "x");
+    const QString dead = test_support::writeFile(dir.path(), "out.json.part-" + QString::number(test_support::endedProcessId()), "x");
     const QString alive = test_support::writeFile(dir.path(), "out.json.part-1", "x");
     const QString own =
         test_support::writeFile(dir.path(), "out.json.part-" + QString::number(QCoreApplication::applicationPid()), "x");

@@ -45,27 +45,12 @@ QJsonObject syntheticScenario(int count)
         {"address_space", QJsonObject{{"synthetic_count", count}, {"synthetic_folder_size", 100}, {"hide_server_object", true}}}};
 }
 
-mode_t modeOf(const QString& path)
-{
-    struct stat status {};
-    ::stat(QFile::encodeName(path).constData(), &status);
-    return status.st_mode & 07777;
-}
 
 QStringList everyEntry(const QString& dir)
 {
     return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
 }
 
-// A process id that no process has: one that ran and was waited for.
-qint64 deadPid()
-{
-    QProcess process;
-    process.start("/bin/true", QStringList());
-    const qint64 pid = process.processId();
-    process.waitForFinished(10000);
-    return pid;
-}
 
 class Hostile : public items_test::ItemsJob
 {
@@ -161,8 +146,8 @@ TEST_F(Hostile, NewResultAndSnapshotAreOwnerOnly)
         "/bin/bash", {"-c", command, test_support::discoverExecutable(), "-r", request, "-o", out},
         {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}});
     ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
-    EXPECT_EQ(modeOf(out), mode_t(0600));
-    EXPECT_EQ(modeOf(snapshot), mode_t(0600));
+    EXPECT_EQ(test_support::fileMode(out), 0600u);
+    EXPECT_EQ(test_support::fileMode(snapshot), 0600u);
 }
 
 TEST_F(Hostile, ReplacedResultKeepsItsPermissions)
@@ -171,7 +156,7 @@ TEST_F(Hostile, ReplacedResultKeepsItsPermissions)
     ASSERT_EQ(::chmod(QFile::encodeName(out).constData(), 0640), 0);
     const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", requestFile(devicesRequest()), "-o", out});
     ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
-    EXPECT_EQ(modeOf(out), mode_t(0640));
+    EXPECT_EQ(test_support::fileMode(out), 0640u);
     EXPECT_NE(test_support::readFile(out), QByteArray("previous result\n"));
 }
 
@@ -266,7 +251,7 @@ TEST_F(Hostile, TemporaryFilesOfDeadProcessesAreRemovedAtTheNextStart)
     startSim(typesScenario());
     const QString out = path("result.json");
     const QString snapshot = path("progress.json");
-    const QString dead = QString::number(deadPid());
+    const QString dead = QString::number(test_support::endedProcessId());
     const QString liveOwner = QString::number(QCoreApplication::applicationPid());
     test_support::writeFile(dir_.path(), "result.json.part-" + dead, "cut result");
     test_support::writeFile(dir_.path(), "progress.json.part-" + dead, "cut snapshot");
