@@ -1,64 +1,14 @@
 // The discover process on file systems that fail it: full, or refusing to replace the result.
 // Each test mounts its file system in a private mount namespace, which takes the mounts with
 // it when it ends; the script reports what it saw before that.
-#include "sim/support/files.h"
-#include "sim/support/process_runner.h"
-#include "tests/items/items_fixture.h"
+#include "tests/hostile/hostile_mounts.h"
 
-#include <QDir>
 #include <QJsonDocument>
-
-#include <gtest/gtest.h>
 
 using items_test::noneDevice;
 using test_support::ProcessResult;
 
-namespace {
-
-bool mountNamespacesAvailable()
-{
-    return test_support::runProcess("unshare", {"-m", "--propagation", "private", "true"}, {}, 10000).exitCode == 0;
-}
-
-// Mount namespaces need root: in CI their absence is a failure, elsewhere the test is skipped.
-#define REQUIRE_MOUNT_NAMESPACE()                                                   \
-    do {                                                                            \
-        if (!mountNamespacesAvailable()) {                                          \
-            if (test_support::runningInCi())                                        \
-                FAIL() << "mount namespaces unavailable in CI";                     \
-            GTEST_SKIP() << "mount namespaces unavailable (needs root)";            \
-        }                                                                           \
-    } while (0)
-
-// What the script prints after its discover run: "status=N", then the listed files.
-const char kReport[] = R"sh(
-status=$?
-echo "status=$status"
-for f in "$DISK"/*.json; do echo "file=$(basename "$f"):$(head -c 40 "$f")"; done
-echo "entries=$(ls -A "$DISK" | tr '\n' ' ')"
-)sh";
-
-class HostileMounts : public items_test::ItemsJob
-{
-protected:
-    void SetUp() override { disk_ = path("disk"); ASSERT_TRUE(QDir().mkpath(disk_)); }
-
-    ProcessResult runScript(const QString& script, QMap<QString, QString> env = {})
-    {
-        env.insert("DISK", disk_);
-        env.insert("DISCOVER", test_support::discoverExecutable());
-        env.insert("ERR", path("stderr.txt"));
-        if (!env.contains("OVRIN_DISCOVERY_OUTPUT_FILE"))
-            env.insert("OVRIN_DISCOVERY_OUTPUT_FILE", "");
-        return test_support::runProcess("unshare", {"-m", "--propagation", "private", "/bin/bash", "-c", script + kReport},
-                                        env, 60000);
-    }
-    QByteArray discoverStderr() { return test_support::readFile(path("stderr.txt")); }
-
-    QString disk_;
-};
-
-} // namespace
+using hostile_test::HostileMounts;
 
 TEST_F(HostileMounts, FullDiskFailsWithStatusSevenAndKeepsTheOldResult)
 {
@@ -128,19 +78,4 @@ mount --bind "$DISK/result.json" "$DISK/result.json" || exit 90
     EXPECT_EQ(result.out, QByteArray("status=7\nfile=result.json:previous result\nentries=result.json \n"))
         << test_support::describe(result);
     EXPECT_EQ(discoverStderr(), ("Unable to write output file: " + disk_ + "/result.json\n").toUtf8());
-}
-
-TEST_F(HostileMounts, ResultIsWrittenWithoutProc)
-{
-    REQUIRE_MOUNT_NAMESPACE();
-    const QString request = requestFile(QJsonObject{{"options", QJsonObject{{"tcp_subnet_scan", false}}}});
-    test_support::writeFile(disk_, "result.json", "previous result\n");
-    const ProcessResult result = runScript(QStringLiteral(R"sh(
-mount -t tmpfs none /proc || exit 90
-"$DISCOVER" -m discover_devices -r "$REQUEST" -o "$DISK/result.json" 2>"$ERR"
-)sh"), {{"REQUEST", request}});
-    ASSERT_TRUE(result.finished) << test_support::describe(result);
-    EXPECT_TRUE(result.out.startsWith("status=0\nfile=result.json:{\n")) << test_support::describe(result);
-    EXPECT_TRUE(result.out.endsWith("\nentries=result.json \n")) << test_support::describe(result);
-    EXPECT_TRUE(discoverStderr().isEmpty());
 }
