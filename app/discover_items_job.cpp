@@ -8,6 +8,7 @@
 #include "app/result_writer.h"
 #include "app/stdout_silencer.h"
 #include "client_core/opc_ua_client_core.h"
+#include "common/atomic_file.h"
 #include "common/request_timeout.h"
 #include "discovery/labels.h"
 #include "framework/device_instance_plugin.h"
@@ -53,6 +54,8 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     const QString filesPath = filesDirectory();
     const int timeoutMs = readTimeoutMs(request, 5000);
     const QString snapshotPath = qEnvironmentVariable("OVRIN_DISCOVERY_OUTPUT_FILE").trimmed();
+    if (!snapshotPath.isEmpty())
+        removeStaleAtomicFileParts(snapshotPath);
 
     ScopedStdoutSilencer silencer;
     // Lives until the job returns, so the connection closes only after the result is written.

@@ -3,36 +3,15 @@
 #include "app/discover_devices_job.h"
 #include "app/discover_items_job.h"
 #include "app/front_end.h"
+#include "app/request_file.h"
+#include "common/atomic_file.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QJsonParseError>
 
-namespace {
-
-bool readRequest(const QString& path, QJsonObject* request, QString* error)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        *error = QStringLiteral("Unable to open request file: %1").arg(path);
-        return false;
-    }
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
-    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
-        *error = QStringLiteral("Invalid JSON request: %1 at offset %2")
-                     .arg(parseError.errorString(), QString::number(parseError.offset));
-        return false;
-    }
-    *request = document.object();
-    return true;
-}
-
-} // namespace
+#include <csignal>
 
 int discoverMain(int argc, char* argv[])
 {
@@ -56,11 +35,14 @@ int discoverMain(int argc, char* argv[])
     parser.addOption(requestOption);
     parser.addOption(outputOption);
     parser.process(app);
+    // A file size limit then fails the write (status 7, the old result kept) instead of
+    // killing the process.
+    std::signal(SIGXFSZ, SIG_IGN);
 
     QJsonObject request;
     if (parser.isSet(requestOption)) {
         QString error;
-        if (!readRequest(parser.value(requestOption), &request, &error))
+        if (!readRequestFile(parser.value(requestOption), &request, &error))
             return failWith(ExitBadRequest, error);
     }
 
@@ -71,6 +53,8 @@ int discoverMain(int argc, char* argv[])
         mode = QStringLiteral("discover_items");
 
     const QString outputPath = parser.value(outputOption);
+    if (!outputPath.isEmpty())
+        removeStaleAtomicFileParts(outputPath);
     if (mode == QLatin1String("discover_devices"))
         return runDiscoverDevices(request, outputPath);
     if (mode == QLatin1String("discover_items"))

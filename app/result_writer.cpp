@@ -17,8 +17,9 @@ bool writeResult(const QJsonObject& result, const QString& path, QString* error)
                 *error = QStringLiteral("Unable to open output file: %1").arg(path);
             return false;
         }
-        file.write(bytes);
-        if (!file.commit()) {
+        // A short write (full disk, file size limit) must not commit a cut document.
+        const bool written = file.write(bytes);
+        if (!file.commit() || !written) {
             if (error)
                 *error = QStringLiteral("Unable to write output file: %1").arg(path);
             return false;

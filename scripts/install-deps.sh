@@ -52,6 +52,7 @@ packages=(
   libgtest-dev libgmock-dev googletest
   iproute2 procps python3 python3-jsonschema jq
   nodejs npm
+  clang libclang-rt-14-dev
 )
 
 missing=()

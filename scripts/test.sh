@@ -56,3 +56,6 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
 
 cmake_args=(-DCMAKE_BUILD_TYPE=Debug -DDISCOVER_TSAN=ON)
 TSAN_OPTIONS=halt_on_error=1 run_variant build/tsan -L tsan
+
+# Every libFuzzer target briefly (30 s each) under AddressSanitizer and UndefinedBehaviorSanitizer.
+bash scripts/fuzz.sh 30

@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QJsonDocument>
 
+#include <sys/stat.h>
+
 namespace test_support {
 
 QString writeFile(const QString& dir, const QString& name, const QByteArray& bytes)
@@ -31,6 +33,14 @@ QByteArray readFile(const QString& path)
 QByteArray indentedJson(const QJsonObject& object)
 {
     return QJsonDocument(object).toJson(QJsonDocument::Indented);
+}
+
+unsigned fileMode(const QString& path)
+{
+    struct stat status {};
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return 0;
+    return status.st_mode & 07777;
 }
 
 } // namespace test_support

@@ -10,6 +10,8 @@ namespace test_support {
 QString writeFile(const QString& dir, const QString& name, const QByteArray& bytes);
 QString writeJsonFile(const QString& dir, const QString& name, const QJsonObject& object);
 QByteArray readFile(const QString& path);
+// The permission bits of a file (0600 for owner-only), 0 when it cannot be read.
+unsigned fileMode(const QString& path);
 
 // The exact bytes discover writes for a result object: indented JSON.
 QByteArray indentedJson(const QJsonObject& object);

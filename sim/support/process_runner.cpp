@@ -90,6 +90,15 @@ ProcessResult runDiscover(const QStringList& arguments, const QMap<QString, QStr
     return runProcess(discoverExecutable(), arguments, env, timeoutMs);
 }
 
+qint64 endedProcessId()
+{
+    QProcess process;
+    process.start(QStringLiteral("/bin/true"), QStringList());
+    const qint64 pid = process.processId();
+    process.waitForFinished(10000);
+    return pid;
+}
+
 QString discoverExecutable()
 {
     return QStringLiteral(DISCOVER_EXECUTABLE);

@@ -29,6 +29,9 @@ ProcessResult runDiscover(const QStringList& arguments, const QMap<QString, QStr
 // Exit status and both outputs of a run, for failure messages.
 std::string describe(const ProcessResult& r);
 
+// The id of a process that has ended and been waited for: no process has it for now.
+qint64 endedProcessId();
+
 QString discoverExecutable();
 QString sourceDir();
 QString binaryDir();

@@ -1,8 +1,11 @@
 #include "common/atomic_file.h"
 #include "sim/support/files.h"
+#include "sim/support/process_runner.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -10,6 +13,7 @@
 #include <csignal>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -125,4 +129,89 @@ TEST(AtomicFile, UnsyncedKeepsTheOldPermissions)
     EXPECT_EQ(QFile::permissions(path) & (QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::WriteGroup
                                           | QFile::ReadOther | QFile::WriteOther),
               ownerOnly);
+}
+
+TEST_P(AtomicFileTest, NewFileIsOwnerOnly)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("out.json");
+    const mode_t previousMask = ::umask(0);
+    const bool written = writeFileAtomically(path, "secret", GetParam());
+    ::umask(previousMask);
+    ASSERT_TRUE(written);
+    EXPECT_EQ(test_support::fileMode(path), 0600u);
+}
+
+TEST_P(AtomicFileTest, ReplacedFileKeepsItsPermissions)
+{
+    QTemporaryDir dir;
+    const QString path = test_support::writeFile(dir.path(), "out.json", "old");
+    ASSERT_EQ(::chmod(QFile::encodeName(path).constData(), 0640), 0);
+    ASSERT_TRUE(writeFileAtomically(path, "new", GetParam()));
+    EXPECT_EQ(test_support::fileMode(path), 0640u);
+    EXPECT_EQ(test_support::readFile(path), QByteArray("new"));
+}
+
+TEST_P(AtomicFileTest, NothingIsVisibleBeforeTheCommit)
+{
+    QTemporaryDir dir;
+    const QString path = test_support::writeFile(dir.path(), "out.json", "old");
+    AtomicFile file(path, GetParam());
+    ASSERT_TRUE(file.open());
+    ASSERT_TRUE(file.write("new"));
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden | QDir::System), QStringList{"out.json"});
+    ASSERT_TRUE(file.commit());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden | QDir::System), QStringList{"out.json"});
+}
+
+TEST_P(AtomicFileTest, FailedRenameKeepsTheOldFileAndLeavesNothing)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("out");
+    AtomicFile file(path, GetParam());
+    ASSERT_TRUE(file.open());
+    ASSERT_TRUE(file.write("new"));
+    // A non-empty directory took the name meanwhile: the rename over it fails.
+    ASSERT_TRUE(QDir(dir.path()).mkpath("out/inside"));
+    EXPECT_FALSE(file.commit());
+    EXPECT_TRUE(QFileInfo(path).isDir());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot),
+              QStringList{"out"});
+}
+
+TEST_P(AtomicFileTest, DirectoryAtThePathFailsToOpen)
+{
+    QTemporaryDir dir;
+    ASSERT_TRUE(QDir(dir.path()).mkdir("out"));
+    AtomicFile file(dir.filePath("out"), GetParam());
+    EXPECT_FALSE(file.open());
+}
+
+TEST_P(AtomicFileTest, SymbolicLinkStaysALinkToTheNewContent)
+{
+    QTemporaryDir dir;
+    const QString target = test_support::writeFile(dir.path(), "target.json", "old");
+    const QString link = dir.filePath("link.json");
+    ASSERT_TRUE(QFile::link(target, link));
+    ASSERT_TRUE(writeFileAtomically(link, "new", GetParam()));
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
+    EXPECT_EQ(test_support::readFile(target), QByteArray("new"));
+}
+
+TEST(AtomicFileStaleParts, PartsOfDeadProcessesAreRemovedOthersKept)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("out.json");
+    const QString dead = test_support::writeFile(dir.path(), "out.json.part-" + QString::number(test_support::endedProcessId()), "x");
+    const QString alive = test_support::writeFile(dir.path(), "out.json.part-1", "x");
+    const QString own =
+        test_support::writeFile(dir.path(), "out.json.part-" + QString::number(QCoreApplication::applicationPid()), "x");
+    const QString otherFile = test_support::writeFile(dir.path(), "other.json.part-999999999", "x");
+    const QString notAPid = test_support::writeFile(dir.path(), "out.json.part-12x", "x");
+    removeStaleAtomicFileParts(path);
+    EXPECT_FALSE(QFile::exists(dead));
+    EXPECT_TRUE(QFile::exists(alive));
+    EXPECT_TRUE(QFile::exists(own));
+    EXPECT_TRUE(QFile::exists(otherFile));
+    EXPECT_TRUE(QFile::exists(notAPid));
 }

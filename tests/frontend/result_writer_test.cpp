@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 TEST(WriteResult, WritesIndentedJsonToTheFile)
 {
     QTemporaryDir dir;
@@ -34,4 +38,25 @@ TEST(WriteResult, ExistingFileIsReplacedWhole)
     QString error;
     ASSERT_TRUE(writeResult(result, path, &error));
     EXPECT_EQ(test_support::readFile(path), test_support::indentedJson(result));
+}
+
+TEST(WriteResult, ShortWriteIsAWriteErrorAndKeepsTheOldFile)
+{
+    QTemporaryDir dir;
+    const QString path = test_support::writeFile(dir.path(), "out.json", "old");
+    const QJsonObject result{{"job_id", QString(8192, 'j')}};
+    QString error;
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit previous{};
+    ::getrlimit(RLIMIT_FSIZE, &previous);
+    rlimit lowered = previous;
+    lowered.rlim_cur = 1024;
+    ::setrlimit(RLIMIT_FSIZE, &lowered);
+    const bool written = writeResult(result, path, &error);
+    ::setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(written);
+    EXPECT_EQ(error, "Unable to write output file: " + path);
+    EXPECT_EQ(test_support::readFile(path), QByteArray("old"));
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"out.json"});
 }

@@ -1,0 +1,327 @@
+// The discover process under a file size limit, kill -9 at any moment, with secrets in the
+// request and with request paths that are no regular files.
+#include "app/request_file.h"
+#include "sim/support/files.h"
+#include "sim/support/process_runner.h"
+#include "tests/items/items_fixture.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QLocalServer>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+using items_test::noneDevice;
+using test_support::ProcessResult;
+
+namespace {
+
+const char kPassword[] = "pw-Hostile-7f3a91";
+
+QJsonObject devicesRequest(QJsonObject extra = {})
+{
+    extra.insert("options", QJsonObject{{"tcp_subnet_scan", false}});
+    return extra;
+}
+
+QJsonObject typesScenario()
+{
+    return QJsonObject{{"address_space", QJsonObject{{"presets", QJsonArray{"types"}}, {"hide_server_object", true}}}};
+}
+
+QJsonObject syntheticScenario(int count)
+{
+    return QJsonObject{
+        {"address_space", QJsonObject{{"synthetic_count", count}, {"synthetic_folder_size", 100}, {"hide_server_object", true}}}};
+}
+
+
+QStringList everyEntry(const QString& dir)
+{
+    return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+
+class Hostile : public items_test::ItemsJob
+{
+protected:
+    // Runs discover through bash with a file size limit in 1024-byte blocks, the signal of the
+    // limit left at its default (which would kill an unprepared process).
+    ProcessResult runLimited(int blocks, const QStringList& arguments, const QMap<QString, QString>& env = {})
+    {
+        QMap<QString, QString> environment{{"OVRIN_DISCOVERY_OUTPUT_FILE", ""}};
+        environment.insert(env);
+        const QString command = QStringLiteral("ulimit -f %1; exec \"$0\" \"$@\"").arg(blocks);
+        return test_support::runProcess("/bin/bash", QStringList{"-c", command, test_support::discoverExecutable()} + arguments,
+                                        environment, 60000);
+    }
+
+    // Starts discover in the background with the snapshot variable set.
+    void startDiscover(QProcess* process, const QStringList& arguments, const QString& snapshotPath)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        if (!snapshotPath.isEmpty())
+            environment.insert("OVRIN_DISCOVERY_OUTPUT_FILE", snapshotPath);
+        process->setProcessEnvironment(environment);
+        process->start(test_support::discoverExecutable(), arguments);
+        ASSERT_TRUE(process->waitForStarted(10000));
+    }
+
+    void killNow(QProcess* process)
+    {
+        ::kill(pid_t(process->processId()), SIGKILL);
+        ASSERT_TRUE(process->waitForFinished(10000));
+        EXPECT_EQ(process->exitStatus(), QProcess::CrashExit);
+    }
+};
+
+} // namespace
+
+// --- Write failures ---
+
+TEST_F(Hostile, ShortResultWriteFailsWithStatusSevenAndKeepsTheOldResult)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    const QString request = requestFile(devicesRequest({{"job_id", QString(8192, 'j')}}));
+    const ProcessResult result = runLimited(1, {"-m", "discover_devices", "-r", request, "-o", out});
+    ASSERT_TRUE(result.finished) << test_support::describe(result);
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, ("Unable to write output file: " + out + "\n").toUtf8());
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
+    EXPECT_EQ(everyEntry(dir_.path()), (QStringList{"request.json", "result.json"}));
+}
+
+TEST_F(Hostile, ShortItemsResultWriteFailsWithStatusSeven)
+{
+    startSim(typesScenario());
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    const QString request = requestFile(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}});
+    const ProcessResult result = runLimited(2, {"-r", request, "-o", out});
+    ASSERT_TRUE(result.finished) << test_support::describe(result);
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, ("Unable to write output file: " + out + "\n").toUtf8());
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
+    EXPECT_EQ(everyEntry(dir_.path()), (QStringList{"request.json", "result.json"}));
+}
+
+TEST_F(Hostile, SnapshotsThatCannotBeWrittenChangeNothing)
+{
+    startSim(typesScenario());
+    const QString snapshotDir = path("progress");
+    ASSERT_TRUE(QDir().mkpath(snapshotDir));
+    const QString request = requestFile(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}});
+    // Standard output is a pipe, which the limit does not cover; every snapshot is larger than it.
+    const ProcessResult result = runLimited(1, {"-r", request}, {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshotDir + "/p.json"}});
+    ASSERT_TRUE(result.finished) << test_support::describe(result);
+    EXPECT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_TRUE(result.err.isEmpty());
+    bool ok = false;
+    EXPECT_EQ(items_test::parseObject(result.out, &ok).value("items").toArray().size(), 33);
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(everyEntry(snapshotDir).isEmpty());
+}
+
+// --- Secrets at rest ---
+
+TEST_F(Hostile, NewResultAndSnapshotAreOwnerOnly)
+{
+    startSim(typesScenario());
+    const QString out = path("result.json");
+    const QString snapshot = path("progress.json");
+    const QString request = requestFile(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}});
+    // With no umask at all, as a careless service manager might start the tool.
+    const QString command = QStringLiteral("umask 0; exec \"$0\" \"$@\"");
+    const ProcessResult result = test_support::runProcess(
+        "/bin/bash", {"-c", command, test_support::discoverExecutable(), "-r", request, "-o", out},
+        {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_EQ(test_support::fileMode(out), 0600u);
+    EXPECT_EQ(test_support::fileMode(snapshot), 0600u);
+}
+
+TEST_F(Hostile, ReplacedResultKeepsItsPermissions)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    ASSERT_EQ(::chmod(QFile::encodeName(out).constData(), 0640), 0);
+    const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", requestFile(devicesRequest()), "-o", out});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_EQ(test_support::fileMode(out), 0640u);
+    EXPECT_NE(test_support::readFile(out), QByteArray("previous result\n"));
+}
+
+TEST_F(Hostile, PasswordAppearsOnlyInTheRequestedDevice)
+{
+    QJsonObject scenario = typesScenario();
+    scenario.insert("users", QJsonArray{QJsonObject{{"name", "operator"}, {"password", kPassword}}});
+    scenario.insert("anonymous", false);
+    startSim(scenario);
+    QJsonObject device = noneDevice(sim_.endpointUrl());
+    device.insert("username", "operator");
+    device.insert("password", kPassword);
+    const QString out = path("result.json");
+    const QString snapshot = path("progress.json");
+    const ProcessResult result =
+        run(QJsonObject{{"device", device}}, {"--output", out}, {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_FALSE(result.err.contains(kPassword));
+    EXPECT_FALSE(result.out.contains(kPassword));
+    for (const QString& file : {out, snapshot}) {
+        const QByteArray bytes = test_support::readFile(file);
+        EXPECT_EQ(bytes.count(kPassword), 1) << file.toStdString();
+        QJsonObject document = QJsonDocument::fromJson(bytes).object();
+        EXPECT_EQ(document.value("requested_device").toObject(), device);
+        EXPECT_EQ(document.value("items").toArray().size(), file == out ? 33 : document.value("items").toArray().size());
+        document.remove("requested_device");
+        EXPECT_FALSE(QJsonDocument(document).toJson().contains(kPassword)) << file.toStdString();
+    }
+
+    device.insert("password", QString(kPassword) + "-wrong");
+    const ProcessResult refused = run(QJsonObject{{"device", device}}, {"--output", out});
+    EXPECT_EQ(refused.exitCode, 5) << test_support::describe(refused);
+    EXPECT_FALSE(refused.err.contains(kPassword));
+    EXPECT_FALSE(refused.out.contains(kPassword));
+}
+
+// --- Kills ---
+
+TEST_F(Hostile, KillDuringALongBrowseLeavesOnlyACompleteSnapshot)
+{
+    startSim(syntheticScenario(20000));
+    const QString request = requestFile(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}});
+    const QString snapshot = path("progress.json");
+    for (int round = 0; round < 4; ++round) {
+        QFile::remove(snapshot);
+        QProcess process;
+        startDiscover(&process, {"-r", request}, snapshot);
+        QElapsedTimer timer;
+        timer.start();
+        while (!QFile::exists(snapshot) && timer.elapsed() < 60000 && process.state() == QProcess::Running)
+            QThread::msleep(5);
+        ASSERT_TRUE(QFile::exists(snapshot)) << "no snapshot within a minute";
+        ASSERT_EQ(process.state(), QProcess::Running) << "browse ended before the kill";
+        // Spread over the browse: between snapshots and in the middle of one.
+        QThread::msleep(static_cast<unsigned long>(round * 97));
+        killNow(&process);
+        EXPECT_EQ(everyEntry(dir_.path()), (QStringList{"progress.json", "request.json"})) << "round " << round;
+        bool ok = false;
+        const QJsonObject document = items_test::parseObject(test_support::readFile(snapshot), &ok);
+        EXPECT_TRUE(ok) << "round " << round;
+        EXPECT_EQ(document.value("success"), QJsonValue(true));
+    }
+}
+
+TEST_F(Hostile, KillDuringTheResultWriteLeavesTheOldOrTheNewResult)
+{
+    // A large result keeps the process busy serialising and writing it for a while.
+    const QString request = requestFile(devicesRequest({{"job_id", QString(1024 * 1024, 'j')}}));
+    const QString out = path("result.json");
+    QElapsedTimer timer;
+    timer.start();
+    const ProcessResult whole = test_support::runDiscover({"-m", "discover_devices", "-r", request, "-o", out});
+    const qint64 runMs = timer.elapsed();
+    ASSERT_EQ(whole.exitCode, 0) << test_support::describe(whole);
+    const QByteArray complete = test_support::readFile(out);
+    for (int round = 0; round < 8; ++round) {
+        test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+        QProcess process;
+        startDiscover(&process, {"-m", "discover_devices", "-r", request, "-o", out}, QString());
+        QThread::msleep(static_cast<unsigned long>(runMs * (round + 2) / 10));
+        // It may have ended just before: then the new result must be there whole.
+        ::kill(pid_t(process.processId()), SIGKILL);
+        ASSERT_TRUE(process.waitForFinished(10000));
+        const QByteArray left = test_support::readFile(out);
+        EXPECT_TRUE(left == "previous result\n" || left == complete) << "round " << round << ": " << left.left(80).constData();
+        EXPECT_EQ(everyEntry(dir_.path()), (QStringList{"request.json", "result.json"})) << "round " << round;
+    }
+}
+
+TEST_F(Hostile, TemporaryFilesOfDeadProcessesAreRemovedAtTheNextStart)
+{
+    startSim(typesScenario());
+    const QString out = path("result.json");
+    const QString snapshot = path("progress.json");
+    const QString dead = QString::number(test_support::endedProcessId());
+    const QString liveOwner = QString::number(QCoreApplication::applicationPid());
+    test_support::writeFile(dir_.path(), "result.json.part-" + dead, "cut result");
+    test_support::writeFile(dir_.path(), "progress.json.part-" + dead, "cut snapshot");
+    test_support::writeFile(dir_.path(), "result.json.part-" + liveOwner, "another writer's");
+    const ProcessResult result = run(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}}, {"--output", out},
+                                     {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_EQ(everyEntry(dir_.path()),
+              (QStringList{"progress.json", "request.json", "result.json", "result.json.part-" + liveOwner}));
+}
+
+// --- Request files ---
+
+class HostileRequest : public ::testing::Test
+{
+protected:
+    void expectUnopenable(const QString& requestPath)
+    {
+        const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+        QElapsedTimer timer;
+        timer.start();
+        const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", requestPath, "-o", out}, {}, 10000);
+        ASSERT_TRUE(result.finished) << "discover blocked on " << requestPath.toStdString();
+        EXPECT_EQ(result.exitCode, 1);
+        EXPECT_EQ(result.err, ("Unable to open request file: " + requestPath + "\n").toUtf8());
+        EXPECT_TRUE(result.out.isEmpty());
+        EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
+        EXPECT_LT(timer.elapsed(), 5000);
+    }
+    QTemporaryDir dir_;
+};
+
+TEST_F(HostileRequest, FifoWithoutAWriterFailsAtOnce)
+{
+    const QString fifo = dir_.filePath("request.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    expectUnopenable(fifo);
+}
+
+TEST_F(HostileRequest, EndlessDeviceFailsAtOnce)
+{
+    expectUnopenable("/dev/zero");
+}
+
+TEST_F(HostileRequest, DirectoryFails)
+{
+    expectUnopenable(dir_.path());
+}
+
+TEST_F(HostileRequest, SocketFails)
+{
+    QLocalServer server;
+    server.setSocketOptions(QLocalServer::UserAccessOption);
+    const QString socketPath = dir_.filePath("request.sock");
+    ASSERT_TRUE(server.listen(socketPath)) << server.errorString().toStdString();
+    expectUnopenable(socketPath);
+}
+
+TEST_F(HostileRequest, FileOverTheLimitFails)
+{
+    const QString big = test_support::writeFile(dir_.path(), "big.json", "{}");
+    ASSERT_EQ(::truncate(QFile::encodeName(big).constData(), maxRequestFileBytes + 1), 0);
+    expectUnopenable(big);
+}
+
+TEST_F(HostileRequest, LinkToAFifoFails)
+{
+    const QString fifo = dir_.filePath("request.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const QString link = dir_.filePath("request.json");
+    ASSERT_TRUE(QFile::link(fifo, link));
+    expectUnopenable(link);
+}
