@@ -1,6 +1,6 @@
 #include "tests/client_core/certificates.h"
 
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 
 #include <open62541/plugin/create_certificate.h>
 
@@ -34,8 +34,8 @@ bool createClientCertificate(const QString& applicationUri, bool pem, Certificat
     UA_String subject[3] = {uaString(subjectParts[0]), uaString(subjectParts[1]), uaString(subjectParts[2])};
     UA_String alt[2] = {uaString(altParts[0]), uaString(altParts[1])};
 
-    UaByteStringHolder key;
-    UaByteStringHolder certificate;
+    Ua::ByteStringHolder key;
+    Ua::ByteStringHolder certificate;
     const UA_StatusCode status =
         UA_CreateCertificate(&logger, subject, 3, alt, 2, pem ? UA_CERTIFICATEFORMAT_PEM : UA_CERTIFICATEFORMAT_DER,
                              nullptr, key.get(), certificate.get());

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client_core/opc_ua_client_core.h"
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -27,17 +27,17 @@ UA_DateTime ticksOf(int year, int month, int day, int hour, int minute, int seco
 ClientCore::Node nodeOfKind(qint32 kind, quint16 arrayIndex = 65535);
 
 template <typename T>
-UaVariantHolder scalar(const T& value, int typeIndex)
+Ua::VariantHolder scalar(const T& value, int typeIndex)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     UA_Variant_setScalarCopy(v.get(), &value, &UA_TYPES[typeIndex]);
     return v;
 }
 
 template <typename T>
-UaVariantHolder array(const T* values, size_t count, int typeIndex)
+Ua::VariantHolder array(const T* values, size_t count, int typeIndex)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     UA_Variant_setArrayCopy(v.get(), values, count, &UA_TYPES[typeIndex]);
     return v;
 }

@@ -15,7 +15,7 @@ protected:
     static void SetUpTestSuite() { useUtcTimeZone(); }
 
     // Converts and returns the value text, or "error: <text>" when the conversion refused.
-    static QString text(UaVariantHolder& v, quint16 arrayIndex = 65535, quint8 precision = 4)
+    static QString text(Ua::VariantHolder& v, quint16 arrayIndex = 65535, quint8 precision = 4)
     {
         ClientCore::Node node;
         node.arrayIndex = arrayIndex;
@@ -243,7 +243,7 @@ TEST_F(ValueToText, ElementPastTheEndIsAnError)
 
 TEST_F(ValueToText, EmptyArrayIsBracketsAndHasNoElements)
 {
-    UaVariantHolder empty;
+    Ua::VariantHolder empty;
     UA_Variant_setArray(empty.get(), UA_Array_new(0, &UA_TYPES[UA_TYPES_INT32]), 0, &UA_TYPES[UA_TYPES_INT32]);
     EXPECT_EQ(text(empty), "[]");
     EXPECT_EQ(text(empty, 0), "error: Array index 0 is out of range for an array of 0 elements");
@@ -257,7 +257,7 @@ TEST_F(ValueToText, ScalarIgnoresTheArrayIndex)
 
 TEST_F(ValueToText, VariantWithoutTypeIsUnsupported)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     EXPECT_EQ(text(v), "error: Unsupported node data type ()");
 }
 
