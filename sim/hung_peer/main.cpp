@@ -2,7 +2,7 @@
 // scan counts it as a server, and then never answers anything else on that connection: no
 // OpenSecureChannel, no service request, no close. Connections stay open until the client
 // closes them, so every client call ends in its own time-out.
-//   opcua_hung_peer ADDRESS PORT
+//   opcua_hung_peer ADDRESS PORT      (PORT 0: any free port)
 // Prints "ready <port>" once it listens (as opcua_sim does) and runs until SIGTERM or SIGINT.
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -88,13 +88,15 @@ int main(int argc, char** argv)
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
-    if (port <= 0 || port > 65535 || ::inet_pton(AF_INET, argv[1], &address.sin_addr) != 1
+    if (port < 0 || port > 65535 || ::inet_pton(AF_INET, argv[1], &address.sin_addr) != 1
         || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
         || ::listen(listener, 64) != 0) {
         std::fprintf(stderr, "opcua_hung_peer: cannot listen on %s:%s: %s\n", argv[1], argv[2], std::strerror(errno));
         return 1;
     }
-    std::printf("ready %d\n", port);
+    socklen_t length = sizeof address;
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    std::printf("ready %d\n", ntohs(address.sin_port));
     std::fflush(stdout);
 
     std::vector<Connection> connections;

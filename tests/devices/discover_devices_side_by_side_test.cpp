@@ -3,6 +3,7 @@
 // hangs after the Hello.
 
 #include "tests/devices/devices_lan.h"
+#include "tests/support/node_peer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -164,4 +165,74 @@ TEST_F(DiscoverDevicesSideBySide, SlowFinderSpendsTheBudgetWhileTheNextServerIsA
     ASSERT_TRUE(slow.contains("total")) << "no request counters from the simulator";
     EXPECT_EQ(slow.value("FindServersOnNetwork").toInt(-1), 0);
     EXPECT_EQ(slow.value("GetEndpoints").toInt(-1), 0);
+}
+
+TEST_F(DiscoverDevicesSideBySide, SideBySideGivesTheRecordsOfTheFirstWayInTheSameOrder)
+{
+    QString why;
+    if (!test_support::NodePeer::available(&why)) {
+        if (test_support::runningInCi())
+            FAIL() << why.toStdString();
+        GTEST_SKIP() << why.toStdString();
+    }
+    ASSERT_NO_FATAL_FAILURE(up({"a=10", "b=11", "c=12", "d=13", "e=14", "m=15", "f=21", "lds=30", "g=40", "h=41",
+                                "i=42", "j=43"}));
+    const auto listing = [](const QString& name, const QString& uri, const QStringList& urls) {
+        return QJsonObject{{"name", name}, {"uri", uri}, {"type", "Server"},
+                           {"discovery_urls", QJsonArray::fromStringList(urls)}};
+    };
+    // a lists a server the scan does not reach (b), a scanned one (c) and a client; m lists b
+    // again: whichever of a and m the scan reports first brings b.
+    const QJsonObject aListing{
+        {"self", true},
+        {"extra", QJsonArray{listing("Listed by a", "urn:side:listed", {lanUrl(11, 4841)}),
+                             listing("Plain as listed", "urn:side:plain:listed", {"OPC.TCP://" + lanIp(12) + ":4840"}),
+                             QJsonObject{{"name", "Panel"}, {"type", "Client"},
+                                         {"discovery_urls", QJsonArray{lanUrl(13, 4840)}}}}}};
+    const QJsonObject mListing{{"self", true},
+                               {"extra", QJsonArray{listing("Listed by m", "urn:side:listed:m", {lanUrl(11, 4841)})}}};
+    ASSERT_NO_FATAL_FAILURE(
+        sim("a", 10, 4840, {{"application", application("Lister", "urn:side:lister")}, {"find_servers", aListing}}));
+    ASSERT_NO_FATAL_FAILURE(
+        sim("m", 15, 4840, {{"application", application("Second lister", "urn:side:m")}, {"find_servers", mListing}}));
+    ASSERT_NO_FATAL_FAILURE(sim("b", 11, 4841, {{"application", application("Listed", "urn:side:listed")}}));
+    ASSERT_NO_FATAL_FAILURE(sim("c", 12, 4840, {{"application", application("Plain", "urn:side:plain")}}));
+    ASSERT_NO_FATAL_FAILURE(sim("d", 13, 4840,
+                                {{"application", application("Hollow", "urn:side:hollow")},
+                                 {"endpoints", QJsonArray()},
+                                 {"find_servers", QJsonObject{{"self", false}}}}));
+    ASSERT_NO_FATAL_FAILURE(sim(
+        "e", 14, 4840,
+        {{"application", application("Vault", "urn:side:vault")},
+         {"endpoints", QJsonArray{QJsonObject{{"mode", "SignAndEncrypt"}, {"policy", "Basic256Sha256"}}}},
+         {"anonymous", false},
+         {"users", QJsonArray{QJsonObject{{"name", "operator"}, {"password", "secret"}}}}}));
+    ASSERT_NO_FATAL_FAILURE(sim("f", 21, 4841, {{"application", application("Remote line", "urn:side:remote")}}));
+    for (const int octet : {40, 41, 42, 43}) {
+        const QString host(QChar('g' + (octet - 40)));
+        ASSERT_NO_FATAL_FAILURE(sim(host, octet, 4840,
+                                    {{"application", application("Cell " + host, "urn:side:cell:" + host)}}));
+    }
+    QString error;
+    ASSERT_TRUE(lan.startProgram("lds", 4840, test_support::nodeExecutable(),
+                                 {test_support::nodeSimDir() + "/discovery_server.js", "--listen", lanIp(30), "--port",
+                                  "4840", "--name", "Side LDS", "--record",
+                                  "Remote line|" + lanUrl(21, 4841) + "|DA,HD"},
+                                 &error))
+        << error.toStdString();
+
+    const QJsonObject req = request("4840", 60000);
+    const QJsonObject ways = lan.recordsEachWay(req, {"reference", "side_by_side"}, &error);
+    ASSERT_FALSE(ways.isEmpty()) << error.toStdString();
+    const QJsonArray reference = ways.value("reference").toArray();
+    // a, b, c, d, e, m, f, g to j, and the discovery server with its own record of itself.
+    ASSERT_EQ(reference.size(), 13) << pretty(reference);
+    EXPECT_EQ(ways.value("side_by_side").toArray(), reference) << pretty(ways.value("side_by_side").toArray());
+
+    // The discover process gives the same records; its scan may report the servers in another order.
+    const DiscoverRun run = lan.discover(req);
+    ASSERT_NO_FATAL_FAILURE(expectCleanRun(run));
+    EXPECT_EQ(sortedDevices(run.document).size(), reference.size()) << pretty(run.document.value("devices").toArray());
+    EXPECT_EQ(sortedDevices(run.document), sortedDevices(QJsonObject{{"devices", reference}}))
+        << pretty(run.document.value("devices").toArray());
 }
