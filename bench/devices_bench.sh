@@ -84,10 +84,11 @@ for size in $sizes; do
   for run in $(seq 1 "$runs"); do
     out="$dir/result.$run.json" err="$dir/stderr.$run.txt" timing="$dir/time.$run.txt"
     start=$(date +%s%N)
-    # Each stderr line is stamped when it arrives; the scan ends with its debug line.
+    # Each stderr line is stamped when it arrives (no process per line: no lag); the scan ends
+    # with its debug line.
     { "$plant" --name "$name" exec -- /usr/bin/time -v -o "$timing" env OVRIN_DISCOVERY_DEBUG=1 \
         "$discover" --mode discover_devices --request "$dir/request.json" --output "$out" 2>&1 >/dev/null |
-        while IFS= read -r line; do echo "$(date +%s%N) $line"; done >"$err"; }
+        while IFS= read -r line; do echo "${EPOCHREALTIME/./}000 $line"; done >"$err"; }
     end=$(date +%s%N)
     scan_end=$(awk '/OPC UA discovery importable=/ {print $1; exit}' "$err")
     [ -n "$scan_end" ] || { echo "devices_bench.sh: no scan debug line in run $run of $size servers" >&2; cat "$err" >&2; exit 1; }
