@@ -163,8 +163,11 @@ TEST_F(SideBySideQueries, ClosingAChannelAddsNoIdleWait)
     for (Ua::ChannelClient& client : clients)
         EXPECT_TRUE(Ua::closeSecureChannelPromptly(client.get()));
     // The stack's own disconnect waits 100 ms per channel after it has closed: ten of them take
-    // a second at least, however fast the machine.
+    // a second at least, however fast the machine. (ThreadSanitizer slows every stack call many
+    // times over; there only the closes themselves are checked.)
+#ifndef __SANITIZE_THREAD__
     EXPECT_LT(closing.elapsed(), count * 100);
+#endif
     clients.clear();
     for (const auto& sim : sims)
         EXPECT_EQ(statsOnceSettled(*sim, "CloseSecureChannel", 1).value("CloseSecureChannel").toInt(-1), 1);
