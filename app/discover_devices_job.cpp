@@ -1,6 +1,8 @@
 #include "app/discover_devices_job.h"
 
 #include "app/front_end.h"
+#include "app/result_envelope.h"
+#include "app/result_writer.h"
 #include "discovery/device_record.h"
 #include "discovery/endpoint_selection.h"
 #include "discovery/options.h"
@@ -104,18 +106,8 @@ int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
     const QList<Candidate> scanned = OpcUaDiscovery::discoverDevices(options, transport, &warnings, nullptr);
     const QJsonArray devices = discoverDeviceRecords(scanned, options.timeoutMs);
 
-    QJsonObject result;
-    result.insert(QStringLiteral("success"), true);
-    result.insert(QStringLiteral("devices"), devices);
-    result.insert(QStringLiteral("items"), QJsonArray());
-    // Unlike discover_items, the warnings keep their order and their repeats.
-    result.insert(QStringLiteral("warnings"), QJsonArray::fromStringList(warnings));
-    result.insert(QStringLiteral("mode"), QStringLiteral("discover_devices"));
-    if (request.contains(QStringLiteral("job_id")))
-        result.insert(QStringLiteral("job_id"), request.value(QStringLiteral("job_id")));
-
     QString error;
-    if (!writeResult(result, outputPath, &error))
+    if (!writeResult(buildDevicesResult(request, devices, warnings), outputPath, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

@@ -3,7 +3,7 @@
 // hangs after the Hello.
 
 #include "tests/devices/devices_lan.h"
-#include "tests/support/node_peer.h"
+#include "sim/support/node_peer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

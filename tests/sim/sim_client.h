@@ -2,7 +2,7 @@
 
 #include "ua/client.h"
 #include "ua/holders.h"
-#include "tests/support/ua_test_client.h"
+#include "sim/support/ua_test_client.h"
 
 #include <open62541/client.h>
 

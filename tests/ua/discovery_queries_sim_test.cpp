@@ -2,8 +2,8 @@
 
 #include "ua/discovery_queries.h"
 #include "discovery/candidate.h"
-#include "tests/support/process_runner.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/process_runner.h"
+#include "sim/support/sim_server.h"
 
 #include <gtest/gtest.h>
 

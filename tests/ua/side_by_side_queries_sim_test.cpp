@@ -4,9 +4,9 @@
 #include "discovery/candidate.h"
 #include "ua/client.h"
 #include "ua/discovery_queries.h"
-#include "tests/support/process_runner.h"
-#include "tests/support/server_process.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/process_runner.h"
+#include "sim/support/server_process.h"
+#include "sim/support/sim_server.h"
 
 #include <gtest/gtest.h>
 

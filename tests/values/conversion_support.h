@@ -2,6 +2,7 @@
 
 #include "client_core/opc_ua_client_core.h"
 #include "ua/holders.h"
+#include "ua/text.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -41,9 +42,6 @@ Ua::VariantHolder array(const T* values, size_t count, int typeIndex)
     UA_Variant_setArrayCopy(v.get(), values, count, &UA_TYPES[typeIndex]);
     return v;
 }
-
-// A stack string that borrows the bytes (for building test values only; copies own their data).
-UA_String borrowed(const QByteArray& bytes);
 
 QByteArray bytesOf(const UA_String& s);
 
