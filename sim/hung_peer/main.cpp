@@ -4,6 +4,8 @@
 // closes them, so every client call ends in its own time-out.
 //   opcua_hung_peer ADDRESS PORT      (PORT 0: any free port)
 // Prints "ready <port>" once it listens (as opcua_sim does) and runs until SIGTERM or SIGINT.
+#include "sim/support/uacp_messages.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -22,24 +24,6 @@
 namespace {
 
 constexpr size_t maxConnections = 512;
-
-void putU32(std::string* out, uint32_t value)
-{
-    for (int shift = 0; shift < 32; shift += 8)
-        out->push_back(static_cast<char>((value >> shift) & 0xFF));
-}
-
-std::string acknowledge()
-{
-    std::string m = "ACKF";
-    putU32(&m, 28);
-    putU32(&m, 0);     // protocol version
-    putU32(&m, 65535); // receive buffer size
-    putU32(&m, 65535); // send buffer size
-    putU32(&m, 0);     // no message size limit
-    putU32(&m, 0);     // no chunk count limit
-    return m;
-}
 
 struct Connection
 {
@@ -66,7 +50,7 @@ bool serve(Connection* connection)
     std::memcpy(&size, connection->received.data() + 4, 4);
     if (connection->received.size() < size)
         return true;
-    const std::string ack = acknowledge();
+    const std::string ack = uacp::acknowledge();
     connection->acknowledged = true;
     connection->received.clear();
     return ::send(connection->fd, ack.data(), ack.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(ack.size());
