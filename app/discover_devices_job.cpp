@@ -8,54 +8,94 @@
 #include "discovery/options.h"
 #include "discovery/scan_engine.h"
 #include "discovery/transport.h"
-#include "ua/discovery_queries.h"
 
-#include <QElapsedTimer>
+#include <QHash>
 #include <QJsonArray>
 #include <QList>
 #include <QSet>
 #include <QStringList>
 
-#include <functional>
-
 using OpcUaDiscovery::Candidate;
+using OpcUaDiscovery::DiscoveryAnswer;
+using OpcUaDiscovery::EndpointsAnswer;
 
 namespace {
 
 // Widens the scanned candidates with the servers their discovery services know. The first
 // candidate to bring a discovery URL wins; later ones with the same URL are dropped.
-QList<Candidate> mergeDiscoveredServers(const QList<Candidate>& scanned, const std::function<bool()>& budgetLeft)
+QList<Candidate> mergeDiscoveredServers(const QList<Candidate>& scanned, const std::vector<DiscoveryAnswer>& answers)
 {
     QSet<QString> seenDiscoveryUrls;
     QList<Candidate> candidates;
-    for (const Candidate& candidate : scanned) {
-        QList<OpcUaDiscovery::DiscoveredServer> servers;
-        if (budgetLeft())
-            servers = OpcUaDiscovery::queryDiscoveredServers(candidate);
-        for (const Candidate& merged : OpcUaDiscovery::mergeFindServersDiscoveryUrls(candidate, servers)) {
-            if (seenDiscoveryUrls.contains(merged.endpointUrl))
+    for (int i = 0; i < scanned.size(); ++i) {
+        const QList<Candidate> merged =
+            OpcUaDiscovery::mergeFindServersDiscoveryUrls(scanned.at(i), answers[static_cast<size_t>(i)].servers);
+        for (const Candidate& candidate : merged) {
+            if (seenDiscoveryUrls.contains(candidate.endpointUrl))
                 continue;
-            seenDiscoveryUrls.insert(merged.endpointUrl);
-            candidates.append(merged);
+            seenDiscoveryUrls.insert(candidate.endpointUrl);
+            candidates.append(candidate);
         }
     }
     return candidates;
 }
 
-// One device record per candidate; a candidate reached after the budget is spent is still
-// reported, with what the scan and the discovery queries gave it.
-QJsonArray deviceRecords(QList<Candidate> candidates, const std::function<bool()>& budgetLeft)
+// The GetEndpoints answer for each query URL of the candidates. A scanned server answered it over
+// the channel of its other queries; every scanned URL is some candidate's URL, since the merge
+// drops a candidate only for a URL an earlier one holds. The URLs that only discovery services
+// named are asked now, side by side; a server that stopped answering is not asked again.
+QHash<QString, EndpointsAnswer> endpointsAnswers(const QList<Candidate>& candidates, const QList<Candidate>& scanned,
+                                                 const std::vector<DiscoveryAnswer>& answers,
+                                                 const OpcUaDiscovery::QueryBudget& budget,
+                                                 const OpcUaDiscovery::QueryOptions& options)
 {
+    QHash<QString, EndpointsAnswer> byUrl;
+    QSet<QString> settled;
+    for (int i = 0; i < scanned.size(); ++i) {
+        const DiscoveryAnswer& answer = answers[static_cast<size_t>(i)];
+        const QString url = OpcUaDiscovery::candidateQueryUrl(scanned.at(i));
+        if (answer.endpoints.asked || answer.unresponsive)
+            settled.insert(url);
+        if (answer.endpoints.answered && !byUrl.contains(url))
+            byUrl.insert(url, answer.endpoints);
+    }
+    QStringList pending;
+    for (const Candidate& candidate : candidates) {
+        const QString url = OpcUaDiscovery::candidateQueryUrl(candidate);
+        if (!settled.contains(url) && !pending.contains(url))
+            pending.append(url);
+    }
+    const std::vector<EndpointsAnswer> asked = OpcUaDiscovery::askEndpoints(pending, budget, options);
+    for (int i = 0; i < pending.size(); ++i) {
+        if (asked[static_cast<size_t>(i)].answered)
+            byUrl.insert(pending.at(i), asked[static_cast<size_t>(i)]);
+    }
+    return byUrl;
+}
+
+} // namespace
+
+QJsonArray discoverDeviceRecords(const QList<Candidate>& scanned, int timeoutMs,
+                                 const OpcUaDiscovery::QueryOptions& queryOptions)
+{
+    // The budget bounds the scan and, again and separately, the queries that follow it.
+    const OpcUaDiscovery::QueryBudget budget(timeoutMs);
+    const std::vector<DiscoveryAnswer> answers = OpcUaDiscovery::askDiscoveryServices(scanned, budget, queryOptions);
+    QList<Candidate> candidates = mergeDiscoveredServers(scanned, answers);
+    const QHash<QString, EndpointsAnswer> endpoints =
+        endpointsAnswers(candidates, scanned, answers, budget, queryOptions);
+
+    // A candidate whose server was not asked in time is still reported, with what the scan and
+    // the discovery queries gave it.
     QJsonArray devices;
     for (Candidate& candidate : candidates) {
-        if (budgetLeft())
-            OpcUaDiscovery::applyGetEndpoints(&candidate);
+        const auto answer = endpoints.constFind(OpcUaDiscovery::candidateQueryUrl(candidate));
+        if (answer != endpoints.constEnd())
+            OpcUaDiscovery::applyEndpointsAnswer(&candidate, *answer);
         devices.append(OpcUaDiscovery::candidateToJson(candidate));
     }
     return devices;
 }
-
-} // namespace
 
 int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
 {
@@ -64,14 +104,7 @@ int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
 
     OpcUaDiscovery::QtTransport transport;
     const QList<Candidate> scanned = OpcUaDiscovery::discoverDevices(options, transport, &warnings, nullptr);
-
-    // The budget bounds the scan and, again and separately, the queries that follow it.
-    QElapsedTimer budget;
-    budget.start();
-    const std::function<bool()> budgetLeft = [&budget, &options] { return budget.elapsed() < options.timeoutMs; };
-
-    const QList<Candidate> candidates = mergeDiscoveredServers(scanned, budgetLeft);
-    const QJsonArray devices = deviceRecords(candidates, budgetLeft);
+    const QJsonArray devices = discoverDeviceRecords(scanned, options.timeoutMs);
 
     QString error;
     if (!writeResult(buildDevicesResult(request, devices, warnings), outputPath, &error))

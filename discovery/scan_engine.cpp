@@ -1,15 +1,13 @@
 #include "discovery/scan_engine.h"
 
 #include "discovery/scan_hosts.h"
+#include "discovery/worker_threads.h"
 
 #include <QElapsedTimer>
 #include <QSet>
 
 #include <cstdio>
 #include <mutex>
-#include <system_error>
-#include <thread>
-#include <vector>
 
 namespace OpcUaDiscovery {
 
@@ -118,21 +116,7 @@ QList<Candidate> discoverDevices(const Options& options, Transport& transport, Q
     state.transport = &transport;
     state.timer.start();
 
-    const int workerCount = qBound(1, static_cast<int>(hosts.size()), kMaxWorkers);
-    std::vector<std::thread> workers;
-    workers.reserve(static_cast<size_t>(workerCount));
-    for (int i = 0; i < workerCount; ++i) {
-        // A controller short of threads scans with those it got rather than ending the process.
-        try {
-            workers.emplace_back(scanWorker, std::ref(state));
-        } catch (const std::system_error&) {
-            break;
-        }
-    }
-    if (workers.empty())
-        scanWorker(state);
-    for (std::thread& worker : workers)
-        worker.join();
+    runOnThreads(qBound(1, static_cast<int>(hosts.size()), kMaxWorkers), [&state] { scanWorker(state); });
 
     if (qEnvironmentVariableIsSet("OVRIN_DISCOVERY_DEBUG"))
         std::fprintf(stderr, "OPC UA discovery importable=%d\n", static_cast<int>(state.candidates.size()));

@@ -23,6 +23,35 @@ Client newClient(UA_Logger* logger)
     return Client(client);
 }
 
+void ChannelClientDeleter::operator()(UA_Client* client) const noexcept
+{
+    closeSecureChannelPromptly(client);
+    UA_Client_delete(client);
+}
+
+ChannelClient channelClient(Client&& client)
+{
+    return ChannelClient(client.release());
+}
+
+bool closeSecureChannelPromptly(UA_Client* client)
+{
+    // The close normally completes in the first round, which does not wait at all; the later
+    // rounds wait at most a millisecond each for a close still under way.
+    constexpr int closeRounds = 20;
+    const auto closed = [client] {
+        UA_SecureChannelState state = UA_SECURECHANNELSTATE_CLOSED;
+        UA_Client_getState(client, &state, nullptr, nullptr);
+        return state == UA_SECURECHANNELSTATE_CLOSED;
+    };
+    if (!client || closed())
+        return true;
+    UA_Client_disconnectSecureChannelAsync(client);
+    for (int round = 0; round < closeRounds && !closed(); ++round)
+        UA_Client_run_iterate(client, round == 0 ? 0 : 1);
+    return closed();
+}
+
 void silentOpcUaLog(void* context, UA_LogLevel level, UA_LogCategory category, const char* message, va_list args)
 {
     (void)context;

@@ -17,6 +17,24 @@ struct ClientDeleter
 // client's configuration holds.
 using Client = std::unique_ptr<UA_Client, ClientDeleter>;
 
+// Closes the client's secure channel and then deletes it, without the idle wait of the stack's
+// own disconnect (see closeSecureChannelPromptly). For clients that never open a session.
+struct ChannelClientDeleter
+{
+    void operator()(UA_Client* client) const noexcept;
+};
+
+// The single owner of one stack client that only ever opens a secure channel.
+using ChannelClient = std::unique_ptr<UA_Client, ChannelClientDeleter>;
+
+// Takes over a client for the channel-only owner.
+ChannelClient channelClient(Client&& client);
+
+// Closes the secure channel, if one is open, by driving the client's event loop until it is
+// closed: open62541 1.4's synchronous disconnect polls once more for a full 100 ms after the
+// channel has already closed. True when the channel is closed on return.
+bool closeSecureChannelPromptly(UA_Client* client);
+
 // A client whose default configuration was built around `logger`: the event loop and the
 // security policies keep that pointer, so the logger must outlive the client. Its clear function
 // should be unset: the stack then never frees a logger it does not own. Null when the stack

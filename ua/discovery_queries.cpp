@@ -2,6 +2,7 @@
 
 #include "discovery/endpoint_selection.h"
 #include "discovery/labels.h"
+#include "discovery/worker_threads.h"
 #include "ua/holders.h"
 #include "ua/security_policy.h"
 #include "ua/text.h"
@@ -19,13 +20,53 @@ using EndpointArray = Ua::Array<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIP
 constexpr UA_UInt32 discoveryRequestTimeoutMs = 2500;
 constexpr const char* noServerApplicationUri = "urn:discover:discovery-query:matches-no-server";
 
-// One discovery service call on a client of its own, deleted right after it; true when the
-// service answered Good.
-template <typename Call>
-bool callOnce(const Call& call)
+// The calls to one server and the client they go through.
+struct ServerChannel
 {
-    const Ua::Client client = newDiscoveryClient();
-    return client && call(client.get()) == UA_STATUSCODE_GOOD;
+    QByteArray url;
+    bool channelPerCall = false;
+    Ua::ChannelClient client;
+    bool unresponsive = false;
+};
+
+bool channelOpen(UA_Client* client)
+{
+    UA_SecureChannelState state = UA_SECURECHANNELSTATE_CLOSED;
+    UA_Client_getState(client, &state, nullptr, nullptr);
+    return state == UA_SECURECHANNELSTATE_OPEN;
+}
+
+// The client for the server's next call, or null when no call may start: the budget is spent
+// or the server has stopped answering. The stack's discovery calls use a channel that is open to
+// their URL and otherwise open and close one of their own.
+UA_Client* clientForNextCall(ServerChannel* channel, const QueryBudget& budget)
+{
+    if (channel->unresponsive || budget.spent())
+        return nullptr;
+    if (channel->channelPerCall) {
+        channel->client = Ua::channelClient(newDiscoveryClient());
+        return channel->client.get();
+    }
+    if (channel->client && channelOpen(channel->client.get()))
+        return channel->client.get();
+    // The first call, or the server closed the channel after an earlier answer: a new channel,
+    // as a client of its own per call would have opened.
+    channel->client = Ua::channelClient(newDiscoveryClient());
+    if (!channel->client)
+        return nullptr;
+    if (UA_Client_connectSecureChannel(channel->client.get(), channel->url.constData()) != UA_STATUSCODE_GOOD) {
+        channel->unresponsive = true;
+        return nullptr;
+    }
+    return budget.spent() ? nullptr : channel->client.get();
+}
+
+// A server that let a request time out is asked nothing more over its channel: every further
+// call would cost the budget another time-out.
+void noteStatus(ServerChannel* channel, UA_StatusCode status)
+{
+    if (status == UA_STATUSCODE_BADTIMEOUT && !channel->channelPerCall)
+        channel->unresponsive = true;
 }
 
 bool isOpcTcpUrl(const QString& url)
@@ -33,16 +74,19 @@ bool isOpcTcpUrl(const QString& url)
     return !url.isEmpty() && url.startsWith(QLatin1String("opc.tcp://"), Qt::CaseInsensitive);
 }
 
-QList<DiscoveredServer> findServers(const QByteArray& url)
+QList<DiscoveredServer> findServers(ServerChannel* channel, const QueryBudget& budget)
 {
     QList<DiscoveredServer> servers;
+    UA_Client* client = clientForNextCall(channel, budget);
+    if (!client)
+        return servers;
     ApplicationArray applications;
     // Only the service result counts: an application without usable discovery URLs
     // simply contributes nothing.
-    if (!callOnce([&](UA_Client* client) {
-            return UA_Client_findServers(client, url.constData(), 0, nullptr, 0, nullptr, applications.size(),
-                                         applications.data());
-        }))
+    const UA_StatusCode status = UA_Client_findServers(client, channel->url.constData(), 0, nullptr, 0, nullptr,
+                                                       applications.size(), applications.data());
+    noteStatus(channel, status);
+    if (status != UA_STATUSCODE_GOOD)
         return servers;
     for (const UA_ApplicationDescription& app : applications) {
         if (app.applicationType == UA_APPLICATIONTYPE_CLIENT)
@@ -58,14 +102,17 @@ QList<DiscoveredServer> findServers(const QByteArray& url)
     return servers;
 }
 
-QList<DiscoveredServer> findServersOnNetwork(const QByteArray& url)
+QList<DiscoveredServer> findServersOnNetwork(ServerChannel* channel, const QueryBudget& budget)
 {
     QList<DiscoveredServer> servers;
+    UA_Client* client = clientForNextCall(channel, budget);
+    if (!client)
+        return servers;
     ServerOnNetworkArray records;
-    if (!callOnce([&](UA_Client* client) {
-            return UA_Client_findServersOnNetwork(client, url.constData(), 0, 0, 0, nullptr, records.size(),
-                                                  records.data());
-        }))
+    const UA_StatusCode status = UA_Client_findServersOnNetwork(client, channel->url.constData(), 0, 0, 0, nullptr,
+                                                                records.size(), records.data());
+    noteStatus(channel, status);
+    if (status != UA_STATUSCODE_GOOD)
         return servers;
     for (const UA_ServerOnNetwork& record : records) {
         DiscoveredServer server;
@@ -96,12 +143,93 @@ EndpointOffer offerFromEndpoint(const UA_EndpointDescription& endpoint)
     return offer;
 }
 
+EndpointsAnswer getEndpoints(ServerChannel* channel, const QueryBudget& budget)
+{
+    EndpointsAnswer answer;
+    UA_Client* client = clientForNextCall(channel, budget);
+    if (!client)
+        return answer;
+    EndpointArray endpoints;
+    answer.asked = true;
+    const UA_StatusCode status =
+        UA_Client_getEndpoints(client, channel->url.constData(), endpoints.size(), endpoints.data());
+    noteStatus(channel, status);
+    if (status != UA_STATUSCODE_GOOD || endpoints.empty())
+        return answer;
+    answer.answered = true;
+    for (const UA_EndpointDescription& endpoint : endpoints) {
+        answer.offers.append(offerFromEndpoint(endpoint));
+        answer.describedServers.append(identityFromApplication(endpoint.server));
+    }
+    return answer;
+}
+
 bool hasIdentity(const DiscoveredServer& server)
 {
     return !server.applicationName.isEmpty() || !server.applicationUri.isEmpty();
 }
 
 } // namespace
+
+QueryBudget::QueryBudget(qint64 milliseconds)
+    : milliseconds(milliseconds)
+{
+    timer.start();
+}
+
+bool QueryBudget::spent() const
+{
+    return timer.elapsed() >= milliseconds;
+}
+
+std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanned, const QueryBudget& budget,
+                                                  const QueryOptions& options)
+{
+    std::vector<DiscoveryAnswer> answers(static_cast<size_t>(scanned.size()));
+    forEachSideBySide(scanned.size(), options.concurrency, [&](int index) {
+        const QString url = candidateQueryUrl(scanned.at(index));
+        if (url.isEmpty())
+            return;
+        ServerChannel channel{url.toUtf8(), !options.channelPerServer, {}, false};
+        DiscoveryAnswer& answer = answers[static_cast<size_t>(index)];
+        answer.servers = findServers(&channel, budget);
+        answer.servers += findServersOnNetwork(&channel, budget);
+        answer.endpoints = getEndpoints(&channel, budget);
+        answer.unresponsive = channel.unresponsive;
+    });
+    return answers;
+}
+
+std::vector<EndpointsAnswer> askEndpoints(const QStringList& urls, const QueryBudget& budget,
+                                          const QueryOptions& options)
+{
+    std::vector<EndpointsAnswer> answers(static_cast<size_t>(urls.size()));
+    forEachSideBySide(urls.size(), options.concurrency, [&](int index) {
+        ServerChannel channel{urls.at(index).toUtf8(), !options.channelPerServer, {}, false};
+        answers[static_cast<size_t>(index)] = getEndpoints(&channel, budget);
+    });
+    return answers;
+}
+
+void applyEndpointsAnswer(Candidate* candidate, const EndpointsAnswer& answer)
+{
+    if (!candidate || !answer.answered)
+        return;
+    selectImportEndpoint(answer.offers, candidate);
+
+    DiscoveredServer identity;
+    for (int i = 0; i < answer.offers.size(); ++i) {
+        const DiscoveredServer& described = answer.describedServers.at(i);
+        if (!hasIdentity(identity))
+            identity = described;
+        const QString& offeredUrl = answer.offers.at(i).endpointUrl;
+        if ((!candidate->advertisedEndpointUrl.isEmpty() && candidate->advertisedEndpointUrl == offeredUrl)
+            || candidate->endpointUrl == offeredUrl)
+            identity = described;
+    }
+    if (hasIdentity(identity))
+        applyApplicationIdentity(candidate, identity);
+}
 
 Ua::Client newDiscoveryClient()
 {
@@ -114,7 +242,7 @@ Ua::Client newDiscoveryClient()
     // its own: it reopens the channel presenting another URL taken from the FindServers answer,
     // and it gives up on a server none of whose endpoints uses a policy it has (only None here).
     // A pinned None endpoint and an application URI filter that no server matches leave one
-    // channel per call, opened with the URL that was asked for.
+    // channel, opened with the URL that was asked for.
     config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
     config->endpoint.securityPolicyUri = UA_STRING_ALLOC(Ua::securityPolicyNoneUri);
     config->applicationUri = UA_STRING_ALLOC(noServerApplicationUri);
@@ -131,46 +259,14 @@ DiscoveredServer identityFromApplication(const UA_ApplicationDescription& app)
     return server;
 }
 
-QList<DiscoveredServer> queryDiscoveredServers(const Candidate& candidate)
-{
-    const QString queryUrl = candidateQueryUrl(candidate);
-    if (queryUrl.isEmpty())
-        return {};
-    const QByteArray url = queryUrl.toUtf8();
-    QList<DiscoveredServer> servers = findServers(url);
-    servers += findServersOnNetwork(url);
-    return servers;
-}
-
 void applyGetEndpoints(Candidate* candidate)
 {
     if (!candidate)
         return;
-    const QByteArray url = candidateQueryUrl(*candidate).toUtf8();
-    EndpointArray endpoints;
-    if (!callOnce([&](UA_Client* client) {
-            return UA_Client_getEndpoints(client, url.constData(), endpoints.size(), endpoints.data());
-        })
-        || endpoints.empty())
-        return;
-
-    QList<EndpointOffer> offers;
-    for (const UA_EndpointDescription& endpoint : endpoints)
-        offers.append(offerFromEndpoint(endpoint));
-    selectImportEndpoint(offers, candidate);
-
-    DiscoveredServer identity;
-    for (int i = 0; i < offers.size(); ++i) {
-        const DiscoveredServer described = identityFromApplication(endpoints[static_cast<size_t>(i)].server);
-        if (!hasIdentity(identity))
-            identity = described;
-        const QString& offeredUrl = offers.at(i).endpointUrl;
-        if ((!candidate->advertisedEndpointUrl.isEmpty() && candidate->advertisedEndpointUrl == offeredUrl)
-            || candidate->endpointUrl == offeredUrl)
-            identity = described;
-    }
-    if (hasIdentity(identity))
-        applyApplicationIdentity(candidate, identity);
+    // A budget of its own that lasts for the one call.
+    const QueryBudget budget(discoveryRequestTimeoutMs);
+    ServerChannel channel{candidateQueryUrl(*candidate).toUtf8(), false, {}, false};
+    applyEndpointsAnswer(candidate, getEndpoints(&channel, budget));
 }
 
 } // namespace OpcUaDiscovery

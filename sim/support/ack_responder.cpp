@@ -2,6 +2,8 @@
 // every Hello with an Acknowledge (or, with --error, an Error message), then closes.
 // Usage: ack_responder [--error] PORT...
 // Runs until killed. Writes "ready" to standard output once all ports listen.
+#include "sim/support/uacp_messages.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -18,23 +20,8 @@
 
 namespace {
 
-void putU32(std::string* out, uint32_t value)
-{
-    for (int shift = 0; shift < 32; shift += 8)
-        out->push_back(static_cast<char>((value >> shift) & 0xFF));
-}
-
-std::string acknowledge()
-{
-    std::string m = "ACKF";
-    putU32(&m, 28);
-    putU32(&m, 0);
-    putU32(&m, 65535);
-    putU32(&m, 65535);
-    putU32(&m, 0);
-    putU32(&m, 0);
-    return m;
-}
+using uacp::acknowledge;
+using uacp::putU32;
 
 std::string errorMessage()
 {

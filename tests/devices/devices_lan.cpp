@@ -95,8 +95,7 @@ QJsonObject DevicesLan::simStats(const QString& host, int port) const
 DiscoverRun DevicesLan::discover(const QJsonObject& request, const QMap<QString, QString>& env,
                                  int timeoutMs) const
 {
-    const QString requestPath =
-        test_support::writeJsonFile(dir_.path(), QStringLiteral("request-%1.json").arg(++requests_), request);
+    const QString requestPath = writeRequest(request);
     // env(1) starts discover with exactly the variables the test chose plus the inherited ones;
     // OVRIN_DISCOVERY_DEBUG is always cleared unless the test sets it.
     QStringList args{QStringLiteral("-u"), QStringLiteral("OVRIN_DISCOVERY_DEBUG")};
@@ -111,6 +110,29 @@ DiscoverRun DevicesLan::discover(const QJsonObject& request, const QMap<QString,
     run.parsed = parseError.error == QJsonParseError::NoError && document.isObject();
     run.document = document.object();
     return run;
+}
+
+QString DevicesLan::writeRequest(const QJsonObject& request) const
+{
+    return test_support::writeJsonFile(dir_.path(), QStringLiteral("request-%1.json").arg(++requests_), request);
+}
+
+test_support::ProcessResult DevicesLan::runWithRequest(const QString& program, const QJsonObject& request,
+                                                       const QStringList& args, int timeoutMs) const
+{
+    return lan_->exec(QStringLiteral("gw"), program, QStringList{writeRequest(request)} + args, timeoutMs);
+}
+
+QJsonObject DevicesLan::recordsEachWay(const QJsonObject& request, const QStringList& ways, QString* error) const
+{
+    const test_support::ProcessResult run = runWithRequest(QStringLiteral(DEVICES_RECORDS_EXECUTABLE), request, ways);
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(run.out, &parseError);
+    if (!run.finished || run.exitCode != 0 || parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        *error = QString::fromStdString(describe(run));
+        return {};
+    }
+    return document.object();
 }
 
 QString nonePolicyUri()

@@ -59,10 +59,21 @@ public:
     DiscoverRun discover(const QJsonObject& request, const QMap<QString, QString>& env = {},
                          int timeoutMs = 120000) const;
 
+    // Writes the request to a file of its own and runs `program REQUEST_FILE args...` inside the
+    // gateway.
+    test_support::ProcessResult runWithRequest(const QString& program, const QJsonObject& request,
+                                               const QStringList& args, int timeoutMs = 120000) const;
+
+    // Runs devices_records inside the gateway: one scan, its records made once per way
+    // ("reference", "side_by_side"). The parsed output; empty with an error on failure.
+    QJsonObject recordsEachWay(const QJsonObject& request, const QStringList& ways, QString* error) const;
+
     test_support::NetLan& lan() { return *lan_; }
     QString tempPath(const QString& name) const { return dir_.filePath(name); }
 
 private:
+    QString writeRequest(const QJsonObject& request) const;
+
     QTemporaryDir dir_;
     std::unique_ptr<test_support::NetLan> lan_;
     mutable int requests_ = 0;
