@@ -1,6 +1,9 @@
 #include "app/discover_devices_job.h"
 
 #include "app/front_end.h"
+#include "app/result_envelope.h"
+#include "app/result_writer.h"
+#include "app/silent_log.h"
 #include "client_core/ua_holders.h"
 #include "client_core/ua_text.h"
 #include "discovery/device_record.h"
@@ -230,18 +233,8 @@ int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
         devices.append(OpcUaDiscovery::candidateToJson(candidate));
     }
 
-    QJsonObject result;
-    result.insert(QStringLiteral("success"), true);
-    result.insert(QStringLiteral("devices"), devices);
-    result.insert(QStringLiteral("items"), QJsonArray());
-    // Unlike discover_items, the warnings keep their order and their repeats.
-    result.insert(QStringLiteral("warnings"), QJsonArray::fromStringList(warnings));
-    result.insert(QStringLiteral("mode"), QStringLiteral("discover_devices"));
-    if (request.contains(QStringLiteral("job_id")))
-        result.insert(QStringLiteral("job_id"), request.value(QStringLiteral("job_id")));
-
     QString error;
-    if (!writeResult(result, outputPath, &error))
+    if (!writeResult(buildDevicesResult(request, devices, warnings), outputPath, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

@@ -1,61 +1,7 @@
 #pragma once
 
-#include "client_core/opc_ua_client_core.h"
-
-#include <QJsonArray>
 #include <QJsonObject>
-#include <QList>
-#include <QMap>
-#include <QSet>
 #include <QString>
-#include <QStringList>
-#include <QVector>
-
-// The target device of discover_items as read from the request.
-struct DiscoveryDeviceConfig
-{
-    qint32 id = -1;
-    QString uid;
-    QString address;
-    QMap<QString, QString> fields;
-};
-
-bool parseDeviceConfig(const QJsonObject& device, DiscoveryDeviceConfig* config, QString* error);
-QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier);
-QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item);
-QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items);
-
-// The progress snapshot of discover_items, kept between snapshots so that each one only
-// builds the records of items that are new or changed since the previous one. Its bytes
-// equal the compact JSON of buildResult over itemArrayFromBrowse of the same items.
-struct ItemSnapshot
-{
-    struct Record
-    {
-        QString nodeId;
-        QString browsePath;
-        QString description;
-        QString dataType;
-        bool readable = true;
-        bool writable = false;
-        QByteArray json;   // compact record; empty for a repeated identifier, which is not reported
-    };
-
-    QVector<Record> records;   // by position in the browsed list
-    QVector<int> order;        // positions of the reported records, in result order
-    QSet<QString> reported;    // identifiers already reported
-    QStringList warnings;      // the warnings that tail was built from
-    QByteArray tail;           // everything after the item records
-    bool tailBuilt = false;
-};
-
-// Brings the snapshot up to date with the browse so far.
-void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& config, const QJsonObject& request,
-                        const QList<ClientCore::BrowseItem>& items, const QStringList& warnings);
-// The snapshot as one compact JSON document.
-QByteArray itemSnapshotJson(const ItemSnapshot& snapshot);
-// Replaces the file at path with the snapshot as a whole; false when that failed.
-bool writeItemSnapshot(const ItemSnapshot& snapshot, const QString& path);
 
 // Runs the discover_items job and returns the process exit status.
 int runDiscoverItems(const QJsonObject& request, const QString& outputPath);

@@ -4,7 +4,7 @@
 //   browse_bench [--count N] [--folder-size N] [--timeout-ms N]
 
 #include "client_core/opc_ua_client_core.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/sim_server.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

@@ -2,23 +2,23 @@
 # Times the TCP scan of a whole /24 on the default twelve ports, inside a private
 # namespace LAN: the gateway (eth0) and three hosts answering Hello on some ports.
 # Run as root. Usage: bench/scan_bench.sh [BUILD_DIR]   (default build/release)
-# Builds the two programs it needs (ninja targets scan_bench, scan_bench_responder).
+# Builds the two programs it needs (ninja targets scan_bench, ack_responder).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build/release}
-netlan="$root/tests/support/netlan.sh"
+netlan="$root/sim/support/netlan.sh"
 lan="scanbench$$"
 
 [ "$(id -u)" = 0 ] || { echo "scan_bench.sh: needs root (network namespaces)" >&2; exit 1; }
 if [ ! -f "$build/build.ninja" ]; then
   cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 fi
-ninja -C "$build" scan_bench scan_bench_responder >/dev/null
+ninja -C "$build" scan_bench ack_responder >/dev/null
 
 trap 'bash "$netlan" down "$lan"' EXIT
 bash "$netlan" up "$lan" --subnet 10.99.7.0/24 --gateway gw=10.99.7.1/24 \
   --host s1=10.99.7.21/24 --host s2=10.99.7.87/24 --host s3=10.99.7.250/24
-responder="$build/bench/scan_bench_responder"
+responder="$build/sim/support/ack_responder"
 bash "$netlan" spawn "$lan" s1 -- "$responder" 4840 >/dev/null
 bash "$netlan" spawn "$lan" s2 -- "$responder" 4841 4845 >/dev/null
 bash "$netlan" spawn "$lan" s3 -- "$responder" 53530 >/dev/null

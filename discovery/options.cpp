@@ -1,5 +1,6 @@
 #include "discovery/options.h"
 
+#include "common/request_timeout.h"
 #include "discovery/candidate.h"
 
 #include <QJsonArray>
@@ -137,8 +138,8 @@ Options optionsFromRequest(const QJsonObject& request, QStringList* warnings)
     Q_UNUSED(warnings);
     Options options;
 
-    const int timeout = getField(request, QStringLiteral("timeout_ms"), QStringLiteral("60000")).toInt();
-    options.timeoutMs = timeout <= 0 ? 60000 : qBound(1000, timeout, 300000);
+    options.timeoutMs =
+        boundedTimeoutMs(timeoutMsFromText(getField(request, QStringLiteral("timeout_ms"), QString())), 60000);
 
     options.networkInterface = hasField(request, QStringLiteral("network_interface"))
                                    ? getField(request, QStringLiteral("network_interface"), QString())

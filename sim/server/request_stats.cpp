@@ -1,10 +1,9 @@
 #include "sim/server/request_stats.h"
 
+#include "common/atomic_file.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QFile>
-
-#include <cstdio>
 
 namespace opcua_sim {
 
@@ -41,16 +40,10 @@ bool writeRequestStats(const RequestStats& stats)
     QJsonObject object;
     for (auto it = stats.counts.constBegin(); it != stats.counts.constEnd(); ++it)
         object.insert(it.key(), static_cast<double>(it.value()));
-    // Readers poll the file while the server runs, so it is replaced atomically by a rename.
-    // No sync to disk: it is rewritten on every request and only ever read while we run.
-    const QString temporary = stats.filePath + QStringLiteral(".tmp");
-    QFile file(temporary);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    const QByteArray bytes = QJsonDocument(object).toJson(QJsonDocument::Compact);
-    const bool written = file.write(bytes) == bytes.size();
-    file.close();
-    return written && std::rename(QFile::encodeName(temporary).constData(), QFile::encodeName(stats.filePath).constData()) == 0;
+    // Readers poll the file while the server runs, so it is replaced as a whole. No sync to
+    // disk: it is rewritten on every request and only ever read while we run.
+    return writeFileAtomically(stats.filePath, QJsonDocument(object).toJson(QJsonDocument::Compact),
+                               AtomicFile::Durability::Unsynced);
 }
 
 } // namespace opcua_sim

@@ -1,6 +1,6 @@
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/sim_fixture.h"
-#include "tests/support/process_runner.h"
+#include "sim/support/process_runner.h"
 
 #include <QHash>
 

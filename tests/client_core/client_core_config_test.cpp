@@ -1,7 +1,7 @@
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QTcpServer>
 #include <QTemporaryDir>

@@ -2,8 +2,8 @@
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
 #include "tests/client_core/sim_fixture.h"
-#include "tests/support/files.h"
-#include "tests/support/process_runner.h"
+#include "sim/support/files.h"
+#include "sim/support/process_runner.h"
 
 #include <QTemporaryDir>
 #include <QThread>

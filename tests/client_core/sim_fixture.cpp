@@ -1,6 +1,6 @@
 #include "tests/client_core/sim_fixture.h"
 
-#include "tests/support/process_runner.h"
+#include "sim/support/process_runner.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>

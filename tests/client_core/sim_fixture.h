@@ -1,8 +1,8 @@
 #pragma once
 
 #include "client_core/opc_ua_client_core.h"
-#include "tests/support/node_peer.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/node_peer.h"
+#include "sim/support/sim_server.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,6 +1,6 @@
 #include "tests/devices/devices_lan.h"
 
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QDir>
 #include <QJsonDocument>

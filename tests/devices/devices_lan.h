@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tests/support/net_lan.h"
-#include "tests/support/process_runner.h"
+#include "tests/support/require_netns.h"
+#include "sim/support/process_runner.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The discover_devices envelope through the built process, with the subnet scan turned off
 // (this suite runs in the machine's own network namespace and must never scan it).
 
-#include "tests/support/files.h"
-#include "tests/support/process_runner.h"
+#include "sim/support/files.h"
+#include "sim/support/process_runner.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // The discovery queries of the discover_devices job against opcua_sim on loopback.
 
 #include "app/discover_devices_job.h"
-#include "app/front_end.h"
+#include "app/silent_log.h"
 #include "client_core/ua_holders.h"
 #include "discovery/candidate.h"
-#include "tests/support/process_runner.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/process_runner.h"
+#include "sim/support/sim_server.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // on: a server on its own host and a local discovery server with FindServersOnNetwork records.
 
 #include "tests/devices/devices_lan.h"
-#include "tests/support/node_peer.h"
+#include "sim/support/node_peer.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

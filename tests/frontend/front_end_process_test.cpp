@@ -1,7 +1,7 @@
 // The discover process seen from the gateway: exit status, the one stderr line,
 // standard output and the output file.
-#include "tests/support/files.h"
-#include "tests/support/process_runner.h"
+#include "sim/support/files.h"
+#include "sim/support/process_runner.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,7 +1,7 @@
 // discover_items through the built discover process against the simulator: item records,
 // the request echo, warnings, standard output and a server that goes away mid-browse.
 #include "tests/items/items_fixture.h"
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QFile>
 #include <QJsonDocument>

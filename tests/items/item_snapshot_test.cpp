@@ -1,7 +1,8 @@
 // Progress snapshots of discover_items: built piece by piece, they must always equal the
 // compact JSON of the result built from scratch over the same items.
-#include "app/discover_items_job.h"
-#include "app/front_end.h"
+#include "app/item_records.h"
+#include "app/item_snapshot.h"
+#include "app/result_envelope.h"
 
 #include <QDir>
 #include <QFile>

@@ -3,7 +3,7 @@
 // output and no result file.
 #include "tests/client_core/certificates.h"
 #include "tests/items/items_fixture.h"
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 #include "tests/items/items_fixture.h"
 
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QCryptographicHash>
 #include <QDir>

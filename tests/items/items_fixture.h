@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tests/support/process_runner.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/process_runner.h"
+#include "sim/support/sim_server.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

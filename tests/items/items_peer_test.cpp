@@ -2,8 +2,8 @@
 // discover process.
 #include "tests/client_core/certificates.h"
 #include "tests/items/items_fixture.h"
-#include "tests/support/files.h"
-#include "tests/support/node_peer.h"
+#include "sim/support/files.h"
+#include "sim/support/node_peer.h"
 
 #include <QFile>
 

@@ -1,7 +1,7 @@
 // Progress snapshots of discover_items as the gateway sees them: a reader polling the file
 // named by OVRIN_DISCOVERY_OUTPUT_FILE while the browse runs.
 #include "tests/items/items_fixture.h"
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QDir>
 #include <QElapsedTimer>

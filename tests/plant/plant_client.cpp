@@ -1,6 +1,6 @@
 #include "tests/plant/plant_client.h"
 
-#include "tests/support/ua_test_client.h"
+#include "sim/support/ua_test_client.h"
 
 namespace plant_test {
 

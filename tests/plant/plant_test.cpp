@@ -1,5 +1,5 @@
-#include "tests/support/plant_fixture.h"
-#include "tests/support/process_runner.h"
+#include "sim/support/plant_fixture.h"
+#include "sim/support/process_runner.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/net_lan.h"
+#include "tests/support/require_netns.h"
 
 #include <gtest/gtest.h>
 

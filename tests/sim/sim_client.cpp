@@ -1,6 +1,6 @@
 #include "tests/sim/sim_client.h"
 
-#include "tests/support/ua_test_client.h"
+#include "sim/support/ua_test_client.h"
 
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/pki_default.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "client_core/ua_holders.h"
-#include "tests/support/ua_test_client.h"
+#include "sim/support/ua_test_client.h"
 
 #include <open62541/client.h>
 

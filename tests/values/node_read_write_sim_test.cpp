@@ -3,8 +3,8 @@
 #include "client_core/node_id.h"
 #include "client_core/opc_ua_client_core.h"
 #include "framework/device_instance_plugin.h"
-#include "tests/support/process_runner.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/process_runner.h"
+#include "sim/support/sim_server.h"
 
 #include <QDateTime>
 #include <QFileInfo>

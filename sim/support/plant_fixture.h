@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/process_runner.h"
+#include "sim/support/process_runner.h"
 
 #include <QString>
 #include <QStringList>

@@ -1,4 +1,4 @@
-#include "tests/support/net_lan.h"
+#include "sim/support/net_lan.h"
 
 #include <QDir>
 #include <QFile>
@@ -43,7 +43,7 @@ NetLan::~NetLan()
 
 QString NetLan::script()
 {
-    return sourceDir() + QStringLiteral("/tests/support/netlan.sh");
+    return sourceDir() + QStringLiteral("/sim/support/netlan.sh");
 }
 
 bool NetLan::available(QString* why)

@@ -1,7 +1,7 @@
-#include "tests/support/plant_fixture.h"
+#include "sim/support/plant_fixture.h"
 
-#include "tests/support/node_peer.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/node_peer.h"
+#include "sim/support/sim_server.h"
 
 #include <QAtomicInt>
 #include <QDir>

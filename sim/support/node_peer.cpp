@@ -1,6 +1,6 @@
-#include "tests/support/node_peer.h"
+#include "sim/support/node_peer.h"
 
-#include "tests/support/process_runner.h"
+#include "sim/support/process_runner.h"
 
 #include <QDir>
 #include <QFileInfo>

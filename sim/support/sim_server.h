@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/support/server_process.h"
+#include "sim/support/server_process.h"
 
 #include <QJsonObject>
 #include <QString>

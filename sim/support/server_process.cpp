@@ -1,4 +1,4 @@
-#include "tests/support/server_process.h"
+#include "sim/support/server_process.h"
 
 #include <QElapsedTimer>
 #include <QProcess>

@@ -1,4 +1,4 @@
-#include "tests/support/sim_server.h"
+#include "sim/support/sim_server.h"
 
 #include <QFile>
 #include <QJsonDocument>

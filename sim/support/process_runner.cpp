@@ -1,4 +1,4 @@
-#include "tests/support/process_runner.h"
+#include "sim/support/process_runner.h"
 
 #include <QProcess>
 #include <QProcessEnvironment>

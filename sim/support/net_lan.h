@@ -1,26 +1,13 @@
 #pragma once
 
-#include "tests/support/process_runner.h"
-
-#include <gtest/gtest.h>
+#include "sim/support/process_runner.h"
 
 #include <QString>
 #include <QStringList>
 
-// Namespaces need root: in CI their absence is a failure, elsewhere the test is skipped.
-#define REQUIRE_NETNS()                                                                         \
-    do {                                                                                        \
-        QString why_;                                                                           \
-        if (!test_support::NetLan::available(&why_)) {                                          \
-            if (test_support::runningInCi())                                                    \
-                FAIL() << "network namespaces unavailable in CI: " << why_.toStdString();       \
-            GTEST_SKIP() << "network namespaces unavailable: " << why_.toStdString();           \
-        }                                                                                       \
-    } while (0)
-
 namespace test_support {
 
-// One private test LAN built by tests/support/netlan.sh out of network namespaces:
+// One private test LAN built by sim/support/netlan.sh out of network namespaces:
 // a switch namespace with a bridge and one namespace per host. The LAN's name is
 // unique per process and instance; the destructor takes the LAN down.
 class NetLan

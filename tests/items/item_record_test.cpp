@@ -1,4 +1,5 @@
-#include "app/discover_items_job.h"
+#include "app/device_config.h"
+#include "app/item_records.h"
 
 #include <QCryptographicHash>
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "tests/support/files.h"
+#include "sim/support/files.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,0 +1,67 @@
+#include "app/item_records.h"
+
+#include <QCryptographicHash>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+
+QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier)
+{
+    QString devicePart = config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address);
+    static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
+    devicePart.replace(unsafeRun, QStringLiteral("_"));
+    devicePart.truncate(32);
+    const QString nodePart = QString::fromLatin1(
+        QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
+    return QStringLiteral("opcua_%1_%2").arg(devicePart, nodePart);
+}
+
+QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item)
+{
+    QJsonObject userDefined;
+    userDefined.insert(QStringLiteral("identifier"), item.nodeId);
+    userDefined.insert(QStringLiteral("floating_point_precision"), QStringLiteral("4"));
+    userDefined.insert(QStringLiteral("access_level"), QStringLiteral("0"));
+    userDefined.insert(QStringLiteral("history_from"), QStringLiteral("-2000"));
+    userDefined.insert(QStringLiteral("history_to"), QStringLiteral("0"));
+    userDefined.insert(QStringLiteral("history_no_value_handling"), QStringLiteral("0"));
+
+    QString readWrite = QStringLiteral("read");
+    if (item.writable)
+        readWrite = item.readable ? QStringLiteral("readwrite") : QStringLiteral("write");
+
+    QJsonObject record;
+    record.insert(QStringLiteral("external_id"), item.nodeId);
+    record.insert(QStringLiteral("uid_hint"), buildUidHint(config, item.nodeId));
+    record.insert(QStringLiteral("name"), item.browsePath);
+    record.insert(QStringLiteral("description"), item.description);
+    record.insert(QStringLiteral("unit"), QString());
+    record.insert(QStringLiteral("data_type"), item.dataType);
+    record.insert(QStringLiteral("read_write"), readWrite);
+    record.insert(QStringLiteral("user_defined_fields"), userDefined);
+    return record;
+}
+
+bool itemIdentifierLess(const QString& a, const QString& b)
+{
+    return a.compare(b, Qt::CaseInsensitive) < 0;
+}
+
+QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items)
+{
+    QList<ClientCore::BrowseItem> sorted = items;
+    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
+        return itemIdentifierLess(a.nodeId, b.nodeId);
+    });
+    QJsonArray array;
+    QSet<QString> emitted;
+    for (const ClientCore::BrowseItem& item : sorted) {
+        if (emitted.contains(item.nodeId))
+            continue;
+        emitted.insert(item.nodeId);
+        array.append(buildItemCandidate(config, item));
+    }
+    return array;
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "app/device_config.h"
+#include "client_core/opc_ua_client_core.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+
+// The item records of discover_items: one per browsed variable, sorted by identifier.
+
+QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier);
+QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item);
+QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items);
+// The order of the records: by node identifier, without regard to case.
+bool itemIdentifierLess(const QString& a, const QString& b);
