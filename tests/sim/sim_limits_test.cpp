@@ -1,5 +1,5 @@
 #include "tests/sim/sim_client.h"
-#include "tests/support/sim_server.h"
+#include "sim/support/sim_server.h"
 
 #include <open62541/client_highlevel.h>
 
