@@ -2,13 +2,12 @@
 
 #include "client_core/browse_path.h"
 #include "client_core/data_types.h"
-#include "client_core/ua_holders.h"
-#include "client_core/ua_text.h"
+#include "ua/holders.h"
+#include "ua/services.h"
+#include "ua/text.h"
 
 #include <QHash>
 #include <QSet>
-
-#include <open62541/client_highlevel.h>
 
 #include <vector>
 
@@ -52,28 +51,13 @@ void warn(BrowseState& state, const QString& text)
         state.warnings->append(text);
 }
 
-int segmentCount(const QString& path)
-{
-    return path.count(QLatin1Char('.')) + 1;
-}
-
-// A node reached again before it was browsed keeps the deeper, longer of its two paths.
+// A node reached again before it was browsed keeps the better of its two paths.
 void offerPathToQueuedEntry(BrowseState& state, const QString& child, const QStringList& childPath)
 {
     for (PendingBrowse& entry : state.work) {
         if (entry.nodeId != child)
             continue;
-        const QString newPath = joinBrowsePath(childPath);
-        const QString oldPath = joinBrowsePath(entry.path);
-        if (newPath.isEmpty())
-            return;
-        if (oldPath.isEmpty()) {
-            entry.path = childPath;
-            return;
-        }
-        const int newSegments = segmentCount(newPath);
-        const int oldSegments = segmentCount(oldPath);
-        if (newSegments > oldSegments || (newSegments == oldSegments && newPath.size() > oldPath.size()))
+        if (isBetterBrowsePath(joinBrowsePath(childPath), joinBrowsePath(entry.path)))
             entry.path = childPath;
         return;
     }
@@ -83,7 +67,7 @@ void offerPathToQueuedEntry(BrowseState& state, const QString& child, const QStr
 // would have given it.
 struct VariableAttributes
 {
-    UaNodeIdHolder dataType;
+    Ua::NodeIdHolder dataType;
     UA_StatusCode dataTypeStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
     UA_Byte accessLevel = UA_ACCESSLEVELMASK_READ;
     UA_StatusCode accessLevelStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
@@ -100,7 +84,7 @@ VariableAttributes readVariableAttributes(UA_Client* client, const UA_NodeId& no
     const UA_DataType* expected[3] = {&UA_TYPES[UA_TYPES_NODEID], &UA_TYPES[UA_TYPES_BYTE], &UA_TYPES[UA_TYPES_INT32]};
 
     VariableAttributes attributes;
-    UaReadRequestHolder request;
+    Ua::ReadRequestHolder request;
     request->nodesToRead = static_cast<UA_ReadValueId*>(UA_Array_new(3, &UA_TYPES[UA_TYPES_READVALUEID]));
     if (!request->nodesToRead) {
         attributes.dataTypeStatus = UA_STATUSCODE_BADOUTOFMEMORY;
@@ -115,9 +99,7 @@ VariableAttributes readVariableAttributes(UA_Client* client, const UA_NodeId& no
         }
     }
 
-    UaReadResponseHolder response;
-    __UA_Client_Service(client, request.get(), &UA_TYPES[UA_TYPES_READREQUEST], response.get(),
-                        &UA_TYPES[UA_TYPES_READRESPONSE]);
+    const Ua::ReadResponseHolder response = Ua::read(client, *request);
 
     UA_StatusCode statuses[3];
     for (size_t i = 0; i < 3; ++i) {
@@ -146,7 +128,7 @@ VariableAttributes readVariableAttributes(UA_Client* client, const UA_NodeId& no
 // Many variables share few data types; a type resolved once needs no second walk up its hierarchy.
 bool resolveCachedDataType(BrowseState& state, const UA_NodeId& dataType, ResolvedDataType* out)
 {
-    const QString key = nodeIdToQString(dataType);
+    const QString key = Ua::nodeIdToQString(dataType);
     const auto cached = state.resolvedTypes.constFind(key);
     if (!key.isEmpty() && cached != state.resolvedTypes.constEnd()) {
         *out = cached.value();
@@ -173,7 +155,7 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     const VariableAttributes attributes = readVariableAttributes(state.client, reference.nodeId.nodeId);
     if (attributes.dataTypeStatus != UA_STATUSCODE_GOOD) {
         warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2")
-                        .arg(variable, statusCodeName(attributes.dataTypeStatus)));
+                        .arg(variable, Ua::statusCodeName(attributes.dataTypeStatus)));
         if (isConnectionLoss(attributes.dataTypeStatus))
             state.stopped = true;
         return;
@@ -181,7 +163,7 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
 
     ResolvedDataType type;
     if (!resolveCachedDataType(state, *attributes.dataType, &type)) {
-        QString typeText = nodeIdToQString(*attributes.dataType);
+        QString typeText = Ua::nodeIdToQString(*attributes.dataType);
         if (typeText.isEmpty())
             typeText = QStringLiteral("<unknown>");
         warn(state, QStringLiteral("Skipping %1 because OPC UA data type %2 is not supported by the connector")
@@ -193,7 +175,7 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     const bool accessLevelFailed = attributes.accessLevelStatus != UA_STATUSCODE_GOOD;
     if (accessLevelFailed)
         warn(state, QStringLiteral("Could not read access level for %1, defaulting to readable: %2")
-                        .arg(variable, statusCodeName(attributes.accessLevelStatus)));
+                        .arg(variable, Ua::statusCodeName(attributes.accessLevelStatus)));
     const UA_Int32 valueRank = attributes.valueRank;
 
     const bool readable = accessLevelFailed || (accessLevel & UA_ACCESSLEVELMASK_READ) != 0;
@@ -207,9 +189,9 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
     item.nodeId = variable;
     item.browsePath = joined;
     if (item.browsePath.isEmpty())
-        item.browsePath = fromUaString(reference.displayName.text);
+        item.browsePath = Ua::toQString(reference.displayName.text);
     if (item.browsePath.isEmpty())
-        item.browsePath = fromUaString(reference.browseName.name);
+        item.browsePath = Ua::toQString(reference.browseName.name);
     if (item.browsePath.isEmpty())
         item.browsePath = variable;
     item.dataType = type.name;
@@ -232,16 +214,16 @@ void handleReference(BrowseState& state, const QString& parent, const QStringLis
         warn(state, QStringLiteral("Skipping non-local OPC UA reference under %1").arg(parent));
         return;
     }
-    const QString child = nodeIdToQString(reference.nodeId.nodeId);
+    const QString child = Ua::nodeIdToQString(reference.nodeId.nodeId);
     if (child.isEmpty()) {
         warn(state, QStringLiteral("Skipping OPC UA reference with unsupported NodeId encoding under %1").arg(parent));
         return;
     }
 
     QStringList childPath = parentPath;
-    QString segment = fromUaString(reference.browseName.name);
+    QString segment = Ua::toQString(reference.browseName.name);
     if (segment.isEmpty())
-        segment = fromUaString(reference.displayName.text);
+        segment = Ua::toQString(reference.displayName.text);
     if (!segment.isEmpty())
         childPath.append(segment);
 
@@ -263,11 +245,11 @@ void handleReference(BrowseState& state, const QString& parent, const QStringLis
 }
 
 // Handles one browse result and follows its continuation points to the end of the chain.
-void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResultHolder result)
+void handleResult(BrowseState& state, const PendingBrowse& parent, Ua::BrowseResultHolder result)
 {
     for (;;) {
         if (UA_StatusCode_isBad(result->statusCode)) {
-            warn(state, QStringLiteral("Browse result failed for %1: %2").arg(parent.nodeId, statusCodeName(result->statusCode)));
+            warn(state, QStringLiteral("Browse result failed for %1: %2").arg(parent.nodeId, Ua::statusCodeName(result->statusCode)));
             if (isConnectionLoss(result->statusCode))
                 state.stopped = true;
             return;
@@ -277,7 +259,7 @@ void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResul
         if (state.stopped || result->continuationPoint.length == 0)
             return;
 
-        UaBrowseNextRequestHolder request;
+        Ua::BrowseNextRequestHolder request;
         request->releaseContinuationPoints = false;
         request->continuationPoints = UA_ByteString_new();
         if (!request->continuationPoints
@@ -285,17 +267,14 @@ void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResul
             return;
         request->continuationPointsSize = 1;
 
-        UaBrowseNextResponseHolder response;
-        __UA_Client_Service(state.client, request.get(), &UA_TYPES[UA_TYPES_BROWSENEXTREQUEST], response.get(),
-                            &UA_TYPES[UA_TYPES_BROWSENEXTRESPONSE]);
+        Ua::BrowseNextResponseHolder response = Ua::browseNext(state.client, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status == UA_STATUSCODE_GOOD && response->resultsSize > 0) {
-            result = UaBrowseResultHolder::adopt(response->results[0]);
-            UA_BrowseResult_init(&response->results[0]);
+            result = Ua::BrowseResultHolder(std::move(response->results[0]));
             continue;
         }
         // A Good answer without a result is reported with its Good status name on purpose.
-        warn(state, QStringLiteral("BrowseNext failed for %1: %2").arg(parent.nodeId, statusCodeName(status)));
+        warn(state, QStringLiteral("BrowseNext failed for %1: %2").arg(parent.nodeId, Ua::statusCodeName(status)));
         if (isConnectionLoss(status))
             state.stopped = true;
         return;
@@ -304,17 +283,14 @@ void handleResult(BrowseState& state, const PendingBrowse& parent, UaBrowseResul
 
 void browseOne(BrowseState& state, const PendingBrowse& entry)
 {
-    UaNodeIdHolder nodeId;
-    const QByteArray text = entry.nodeId.toUtf8();
-    UA_String uaString;
-    uaString.length = static_cast<size_t>(text.size());
-    uaString.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()));
-    if (UA_NodeId_parse(nodeId.get(), uaString) != UA_STATUSCODE_GOOD) {
+    bool parsed = false;
+    Ua::NodeIdHolder nodeId = Ua::nodeIdFromQString(entry.nodeId, &parsed);
+    if (!parsed) {
         warn(state, QStringLiteral("Unable to parse browsed node identifier %1").arg(entry.nodeId));
         return;
     }
 
-    UaBrowseRequestHolder request;
+    Ua::BrowseRequestHolder request;
     request->requestedMaxReferencesPerNode = 0;
     request->nodesToBrowse = UA_BrowseDescription_new();
     if (!request->nodesToBrowse)
@@ -328,12 +304,10 @@ void browseOne(BrowseState& state, const PendingBrowse& entry)
     description.nodeClassMask = browsedNodeClasses;
     description.resultMask = UA_BROWSERESULTMASK_ALL;
 
-    UaBrowseResponseHolder response;
-    __UA_Client_Service(state.client, request.get(), &UA_TYPES[UA_TYPES_BROWSEREQUEST], response.get(),
-                        &UA_TYPES[UA_TYPES_BROWSERESPONSE]);
+    Ua::BrowseResponseHolder response = Ua::browse(state.client, *request);
     const UA_StatusCode status = response->responseHeader.serviceResult;
     if (UA_StatusCode_isBad(status)) {
-        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, statusCodeName(status)));
+        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, Ua::statusCodeName(status)));
         if (isConnectionLoss(status)) {
             warn(state, QStringLiteral("Stopped browsing because the OPC UA server did not respond within the "
                                        "connection timeout. %1 items were collected.")
@@ -343,13 +317,11 @@ void browseOne(BrowseState& state, const PendingBrowse& entry)
         return;
     }
 
-    std::vector<UaBrowseResultHolder> results;
+    std::vector<Ua::BrowseResultHolder> results;
     results.reserve(response->resultsSize);
-    for (size_t i = 0; i < response->resultsSize; ++i) {
-        results.push_back(UaBrowseResultHolder::adopt(response->results[i]));
-        UA_BrowseResult_init(&response->results[i]);
-    }
-    for (UaBrowseResultHolder& result : results) {
+    for (size_t i = 0; i < response->resultsSize; ++i)
+        results.emplace_back(std::move(response->results[i]));
+    for (Ua::BrowseResultHolder& result : results) {
         handleResult(state, entry, std::move(result));
         if (state.stopped)
             return;
@@ -367,12 +339,12 @@ bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, co
         warnings->clear();
 
     BrowseState state;
-    state.client = client;
+    state.client = client.get();
     state.items = items;
     state.warnings = warnings;
     state.progress = &progress;
 
-    QString start = nodeIdToQString(UA_NODEID_NUMERIC(0, objectsFolderId));
+    QString start = Ua::nodeIdToQString(UA_NODEID_NUMERIC(0, objectsFolderId));
     if (start.isEmpty())
         start = QStringLiteral("i=85");
     state.work.append(PendingBrowse{start, QStringList()});

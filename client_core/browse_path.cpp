@@ -7,17 +7,20 @@ int segmentCount(const QString& path)
     return path.count(QLatin1Char('.')) + 1;
 }
 
-// A deeper path names a variable more precisely; at equal depth the longer one does.
-bool isBetterPath(const QString& candidate, const QString& current)
+} // namespace
+
+bool isBetterBrowsePath(const QString& candidate, const QString& current)
 {
+    if (candidate.isEmpty())
+        return false;
+    if (current.isEmpty())
+        return true;
     const int candidateSegments = segmentCount(candidate);
     const int currentSegments = segmentCount(current);
     if (candidateSegments != currentSegments)
         return candidateSegments > currentSegments;
     return candidate.size() > current.size();
 }
-
-} // namespace
 
 QString joinBrowsePath(const QStringList& segments)
 {
@@ -39,8 +42,7 @@ void applyAlternateBrowsePath(QString* path, QString* description, const QString
 {
     if (!path || alternative.isEmpty() || alternative == *path)
         return;
-    const bool better = path->isEmpty() || isBetterPath(alternative, *path);
-    if (better) {
+    if (isBetterBrowsePath(alternative, *path)) {
         const QString oldPath = *path;
         *path = alternative;
         if (description && !oldPath.isEmpty() && !description->contains(oldPath))

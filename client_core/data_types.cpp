@@ -1,47 +1,25 @@
 #include "client_core/data_types.h"
 
-#include "client_core/ua_holders.h"
-#include "client_core/ua_text.h"
+#include "ua/holders.h"
+#include "ua/services.h"
+#include "ua/supported_types.h"
+#include "ua/text.h"
 
 #include <QSet>
 
 namespace {
 
-struct SupportedType
-{
-    UA_UInt32 identifier;
-    const char* name;
-    qint32 typeIndex;
-    bool writable;
-};
-
-// Guid and LocalizedText can be read but the connector has no text form to write them from.
-const SupportedType supportedTypes[] = {
-    {1, "Boolean", UA_TYPES_BOOLEAN, true},     {2, "SByte", UA_TYPES_SBYTE, true},
-    {3, "Byte", UA_TYPES_BYTE, true},           {4, "Int16", UA_TYPES_INT16, true},
-    {5, "UInt16", UA_TYPES_UINT16, true},       {6, "Int32", UA_TYPES_INT32, true},
-    {7, "UInt32", UA_TYPES_UINT32, true},       {8, "Int64", UA_TYPES_INT64, true},
-    {9, "UInt64", UA_TYPES_UINT64, true},       {10, "Float", UA_TYPES_FLOAT, true},
-    {11, "Double", UA_TYPES_DOUBLE, true},      {12, "String", UA_TYPES_STRING, true},
-    {13, "DateTime", UA_TYPES_DATETIME, true},  {14, "Guid", UA_TYPES_GUID, false},
-    {15, "ByteString", UA_TYPES_BYTESTRING, true}, {21, "LocalizedText", UA_TYPES_LOCALIZEDTEXT, false},
-};
-
 const int maxSupertypeSteps = 32;
 
 bool lookUpSupportedType(const UA_NodeId& id, ResolvedDataType* out)
 {
-    if (id.namespaceIndex != 0 || id.identifierType != UA_NODEIDTYPE_NUMERIC)
+    const Ua::SupportedType* type = Ua::supportedTypeOfNode(id);
+    if (!type)
         return false;
-    for (const SupportedType& type : supportedTypes) {
-        if (type.identifier == id.identifier.numeric) {
-            out->name = QString::fromLatin1(type.name);
-            out->typeIndex = type.typeIndex;
-            out->writable = type.writable;
-            return true;
-        }
-    }
-    return false;
+    out->name = QString::fromLatin1(type->name);
+    out->typeIndex = type->typeIndex;
+    out->writable = type->writable;
+    return true;
 }
 
 bool isLocalTarget(const UA_ExpandedNodeId& target)
@@ -50,9 +28,9 @@ bool isLocalTarget(const UA_ExpandedNodeId& target)
 }
 
 // The direct supertype of a data type, found by browsing HasSubtype backwards.
-bool findSupertype(UA_Client* client, const UA_NodeId& type, UaNodeIdHolder* supertype)
+bool findSupertype(UA_Client* client, const UA_NodeId& type, Ua::NodeIdHolder* supertype)
 {
-    UaBrowseRequestHolder request;
+    Ua::BrowseRequestHolder request;
     request->nodesToBrowse = UA_BrowseDescription_new();
     if (!request->nodesToBrowse)
         return false;
@@ -66,9 +44,7 @@ bool findSupertype(UA_Client* client, const UA_NodeId& type, UaNodeIdHolder* sup
     description.nodeClassMask = UA_NODECLASS_DATATYPE;
     description.resultMask = UA_BROWSERESULTMASK_ALL;
 
-    UaBrowseResponseHolder response;
-    __UA_Client_Service(client, request.get(), &UA_TYPES[UA_TYPES_BROWSEREQUEST], response.get(),
-                        &UA_TYPES[UA_TYPES_BROWSERESPONSE]);
+    const Ua::BrowseResponseHolder response = Ua::browse(client, *request);
     if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD || response->resultsSize == 0)
         return false;
 
@@ -80,7 +56,7 @@ bool findSupertype(UA_Client* client, const UA_NodeId& type, UaNodeIdHolder* sup
             const UA_ReferenceDescription& reference = result.references[i];
             if (reference.nodeClass != UA_NODECLASS_DATATYPE || !isLocalTarget(reference.nodeId))
                 continue;
-            UaNodeIdHolder found;
+            Ua::NodeIdHolder found;
             if (UA_NodeId_copy(&reference.nodeId.nodeId, found.get()) != UA_STATUSCODE_GOOD)
                 return false;
             *supertype = std::move(found);
@@ -96,7 +72,7 @@ bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, Reso
 {
     if (!client || !out)
         return false;
-    UaNodeIdHolder current;
+    Ua::NodeIdHolder current;
     if (UA_NodeId_copy(&dataType, current.get()) != UA_STATUSCODE_GOOD)
         return false;
     QSet<QString> visited;
@@ -105,23 +81,15 @@ bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, Reso
             return true;
         if (step == maxSupertypeSteps)
             return false;
-        const QString text = nodeIdToQString(*current);
+        const QString text = Ua::nodeIdToQString(*current);
         if (!text.isEmpty()) {
             if (visited.contains(text))
                 return false;
             visited.insert(text);
         }
-        UaNodeIdHolder supertype;
+        Ua::NodeIdHolder supertype;
         if (!findSupertype(client, *current, &supertype))
             return false;
         current = std::move(supertype);
     }
-}
-
-QString nodeIdToQString(const UA_NodeId& nodeId)
-{
-    UaStringHolder text;
-    if (UA_NodeId_print(&nodeId, text.get()) != UA_STATUSCODE_GOOD)
-        return QString();
-    return fromUaString(*text);
 }

@@ -14,6 +14,3 @@ struct ResolvedDataType
 
 // Maps a data type to a supported built-in type, walking up HasSubtype at most 32 steps.
 bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, ResolvedDataType* out);
-
-// The stack's standard text form of a NodeId, or an empty string.
-QString nodeIdToQString(const UA_NodeId& nodeId);

@@ -1,8 +1,9 @@
 #include "client_core/node_id.h"
 
 #include "client_core/opc_ua_client_core.h"
-#include "client_core/ua_holders.h"
-#include "client_core/ua_text.h"
+#include "ua/holders.h"
+#include "ua/services.h"
+#include "ua/text.h"
 
 #include <QDateTime>
 #include <QJsonArray>
@@ -19,14 +20,11 @@
 
 namespace {
 
-const qint64 unixEpochTicks = 116444736000000000LL;
-const qint64 ticksPerMs = 10000;
-
 UA_DateTime ticksFromUnixMs(qint64 ms)
 {
     // Beyond about 28 000 years the tick count would overflow; such ranges mean "all of time".
     const qint64 limit = 900000000000000LL;
-    return qBound(-limit, ms, limit) * ticksPerMs + unixEpochTicks;
+    return qBound(-limit, ms, limit) * UA_DATETIME_MSEC + UA_DATETIME_UNIX_EPOCH;
 }
 
 // The history read's handle: copies of the received data values, cleared when the read ends.
@@ -53,7 +51,9 @@ QString historyTimeText(const UA_DataValue& v)
 {
     if (!v.hasSourceTimestamp)
         return QDateTime::currentDateTimeUtc().toString();
-    const qint64 ms = (qMax<qint64>(v.sourceTimestamp, std::numeric_limits<qint64>::min() + unixEpochTicks) - unixEpochTicks) / ticksPerMs;
+    const qint64 ms = (qMax<qint64>(v.sourceTimestamp, std::numeric_limits<qint64>::min() + UA_DATETIME_UNIX_EPOCH)
+                       - UA_DATETIME_UNIX_EPOCH)
+        / UA_DATETIME_MSEC;
     return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
 }
 
@@ -61,19 +61,8 @@ QString historyTimeText(const UA_DataValue& v)
 
 UA_NodeId getNodeId(ClientCore::Node* node)
 {
-    UA_NodeId id;
-    UA_NodeId_init(&id);
-    if (node->useFullNodeId) {
-        QByteArray text = node->fullNodeId.toUtf8();
-        UA_String s;
-        s.length = static_cast<size_t>(text.size());
-        s.data = reinterpret_cast<UA_Byte*>(text.data());
-        if (UA_NodeId_parse(&id, s) != UA_STATUSCODE_GOOD) {
-            UA_NodeId_clear(&id);
-            UA_NodeId_init(&id);
-        }
-        return id;
-    }
+    if (node->useFullNodeId)
+        return Ua::nodeIdFromQString(node->fullNodeId).release();
 
     bool isNumber = false;
     const qlonglong number = node->identifier.toLongLong(&isNumber, 10);
@@ -90,14 +79,14 @@ UA_NodeId getNodeId(ClientCore::Node* node)
         return UA_NODEID_GUID(node->namespaceIndex, guid);
     }
 
-    const QByteArray text = node->identifier.toUtf8();
+    Ua::StringHolder text = Ua::toUaString(node->identifier);
+    if (!text->data)
+        return UA_NODEID_NULL;
+    UA_NodeId id;
+    UA_NodeId_init(&id);
     id.namespaceIndex = node->namespaceIndex;
     id.identifierType = UA_NODEIDTYPE_STRING;
-    UA_String s;
-    s.length = static_cast<size_t>(text.size());
-    s.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()));
-    if (UA_String_copy(&s, &id.identifier.string) != UA_STATUSCODE_GOOD)
-        UA_NodeId_init(&id);
+    id.identifier.string = text.release();
     return id;
 }
 
@@ -114,7 +103,7 @@ UA_Boolean readHist(UA_Client* client, const UA_NodeId* nodeId, UA_Boolean moreD
     auto* values = static_cast<QList<UA_DataValue>*>(handle);
     const auto* history = static_cast<const UA_HistoryData*>(data->content.decoded.data);
     for (size_t i = 0; i < history->dataValuesSize; ++i) {
-        UaDataValueHolder copy;
+        Ua::DataValueHolder copy;
         if (UA_DataValue_copy(&history->dataValues[i], copy.get()) == UA_STATUSCODE_GOOD)
             values->append(copy.release());
     }
@@ -123,14 +112,13 @@ UA_Boolean readHist(UA_Client* client, const UA_NodeId* nodeId, UA_Boolean moreD
 
 bool ClientCore::readNode(ClientCore::Node* node)
 {
-    UaNodeIdHolder nodeId = UaNodeIdHolder::adopt(getNodeId(node));
-    UaVariantHolder value;
+    Ua::NodeIdHolder nodeId(getNodeId(node));
+    Ua::VariantHolder value;
     HistoryValues history;
     UA_StatusCode status = UA_STATUSCODE_BADINTERNALERROR;
 
     if (client && node->readMode != 1) {
-        status = __UA_Client_readAttribute(client, nodeId.get(), UA_ATTRIBUTEID_VALUE, value.get(),
-                                           &UA_TYPES[UA_TYPES_VARIANT]);
+        status = Ua::readValue(client.get(), *nodeId, &value);
     } else if (client) {
         const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
         const qint64 startMs = node->historyStartMs < 0 ? nowMs + node->historyStartMs : node->historyStartMs;
@@ -139,7 +127,8 @@ bool ClientCore::readNode(ClientCore::Node* node)
         UA_DateTime end = ticksFromUnixMs(endMs);
         if (start > end)
             end = ticksFromUnixMs(nowMs);
-        status = UA_Client_HistoryRead_raw(client, nodeId.get(), readHist, start, end, UA_STRING_NULL, false, 10,
+        // The stack's raw history read, its continuation handled by the stack.
+        status = UA_Client_HistoryRead_raw(client.get(), nodeId.get(), readHist, start, end, UA_STRING_NULL, false, 10,
                                            UA_TIMESTAMPSTORETURN_BOTH, &history.values);
         std::stable_sort(history.values.begin(), history.values.end(),
                          [](const UA_DataValue& a, const UA_DataValue& b) { return sortKey(a) > sortKey(b); });
@@ -153,11 +142,11 @@ bool ClientCore::readNode(ClientCore::Node* node)
     if (status == UA_STATUSCODE_BADNODEIDUNKNOWN || status == UA_STATUSCODE_BADNODEATTRIBUTESINVALID) {
         node->error = QStringLiteral("Unknown node identifier (ns: ") + QString::number(node->namespaceIndex)
             + QStringLiteral(" id:") + node->identifier + QStringLiteral("). Error: ")
-            + statusCodeName(status);
+            + Ua::statusCodeName(status);
         return false;
     }
     if (status != UA_STATUSCODE_GOOD) {
-        node->error = QStringLiteral("Error code: ") + statusCodeName(status);
+        node->error = QStringLiteral("Error code: ") + Ua::statusCodeName(status);
         return false;
     }
 

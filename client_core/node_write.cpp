@@ -2,28 +2,20 @@
 
 #include "client_core/data_types.h"
 #include "client_core/node_id.h"
-#include "client_core/ua_holders.h"
-
-#include <open62541/client_highlevel.h>
-
-namespace {
-
-const quint16 wholeArray = 65535;
-
-} // namespace
+#include "ua/holders.h"
+#include "ua/services.h"
+#include "ua/text.h"
 
 bool ClientCore::writeNode(ClientCore::Node* node)
 {
     node->error.clear();
     const QString description = QStringLiteral("Identifier: ") + node->identifier
         + QStringLiteral(" Namespace index: ") + QString::number(node->namespaceIndex);
-    UaNodeIdHolder nodeId = UaNodeIdHolder::adopt(getNodeId(node));
+    Ua::NodeIdHolder nodeId(getNodeId(node));
 
-    UaNodeIdHolder dataType;
-    const UA_StatusCode typeStatus = client
-        ? __UA_Client_readAttribute(client, nodeId.get(), UA_ATTRIBUTEID_DATATYPE, dataType.get(),
-                                    &UA_TYPES[UA_TYPES_NODEID])
-        : UA_STATUSCODE_BADSERVERNOTCONNECTED;
+    Ua::NodeIdHolder dataType;
+    const UA_StatusCode typeStatus =
+        client ? Ua::readDataType(client.get(), *nodeId, &dataType) : UA_STATUSCODE_BADSERVERNOTCONNECTED;
     if (typeStatus == UA_STATUSCODE_BADNODEIDUNKNOWN) {
         node->error = QStringLiteral("Unknown node identifier ") + description;
         return false;
@@ -34,8 +26,8 @@ bool ClientCore::writeNode(ClientCore::Node* node)
     }
 
     ResolvedDataType resolved;
-    if (!resolveSupportedDataType(client, *dataType, &resolved)) {
-        QString typeText = nodeIdToQString(*dataType);
+    if (!resolveSupportedDataType(client.get(), *dataType, &resolved)) {
+        QString typeText = Ua::nodeIdToQString(*dataType);
         if (typeText.isEmpty())
             typeText = QStringLiteral("<unknown>");
         node->error = QStringLiteral("Unsupported node data type %1").arg(typeText);
@@ -47,7 +39,7 @@ bool ClientCore::writeNode(ClientCore::Node* node)
     }
 
     node->dataTypeKind = resolved.typeIndex;
-    UaVariantHolder variant = UaVariantHolder::adopt(convertToVariant(node, node->value));
+    Ua::VariantHolder variant(convertToVariant(node, node->value));
     if (!node->error.isEmpty())
         return false;
     if (!variant->type) {
@@ -55,7 +47,7 @@ bool ClientCore::writeNode(ClientCore::Node* node)
         return false;
     }
 
-    UaWriteRequestHolder request;
+    Ua::WriteRequestHolder request;
     auto* writeValue = static_cast<UA_WriteValue*>(UA_new(&UA_TYPES[UA_TYPES_WRITEVALUE]));
     if (!writeValue) {
         node->error = QStringLiteral("Failed to convert value to %1").arg(resolved.name);
@@ -65,14 +57,12 @@ bool ClientCore::writeNode(ClientCore::Node* node)
     request->nodesToWriteSize = 1;
     writeValue->nodeId = nodeId.release();
     writeValue->attributeId = UA_ATTRIBUTEID_VALUE;
-    if (node->arrayIndex != wholeArray)
+    if (node->arrayIndex != Node::wholeArray)
         writeValue->indexRange = UA_STRING_ALLOC(QByteArray::number(node->arrayIndex).constData());
     writeValue->value.hasValue = true;
     writeValue->value.value = variant.release();
 
-    UaWriteResponseHolder response;
-    __UA_Client_Service(client, request.get(), &UA_TYPES[UA_TYPES_WRITEREQUEST], response.get(),
-                        &UA_TYPES[UA_TYPES_WRITERESPONSE]);
+    const Ua::WriteResponseHolder response = Ua::write(client.get(), *request);
 
     // Only the service result decides: the gateway treats a delivered write as done and learns of a
     // refused value from its next read, so per-value results are deliberately not looked at.

@@ -1,6 +1,7 @@
 #include "client_core/opc_ua_client_core.h"
 
-#include "client_core/ua_text.h"
+#include "ua/security_policy.h"
+#include "ua/text.h"
 
 #include <QDebug>
 #include <QFile>
@@ -8,7 +9,6 @@
 #include <QRegExp>
 
 #include <open62541/client_config_default.h>
-#include <open62541/plugin/log_stdout.h>
 #include <open62541/plugin/pki_default.h>
 
 #include <cstdio>
@@ -31,8 +31,6 @@ const char* const logCategoryNames[10] = {
 
 namespace {
 
-const char* const moduleName = "opc_ua_client";
-const char* const securityPolicyNoneUri = "http://opcfoundation.org/UA/SecurityPolicy#None";
 const char* const defaultCertificateName = "ovrin_cert.der";
 const char* const defaultKeyName = "ovrin_key.der";
 
@@ -47,15 +45,9 @@ const char* const noiseFragments[] = {
     "No certificate store configured",
 };
 
-void attachLogger(UA_ClientConfig* config, ClientCore* core)
-{
-    if (!config->logging)
-        return;
-    config->logging->context = core;
-    config->logging->log = &ClientCore::loggerMethod;
-    // The context is this object, which the stack must never clear.
-    config->logging->clear = nullptr;
-}
+// Every core's stack messages go through loggerMethod. Shared and never cleared, so no client
+// frees it and a core that moves leaves nothing behind that points at it.
+UA_Logger coreLogger = {&ClientCore::loggerMethod, nullptr, nullptr};
 
 QString fileSetting(DeviceInstancePlugin& plugin, const QString& key, const char* defaultName)
 {
@@ -65,21 +57,10 @@ QString fileSetting(DeviceInstancePlugin& plugin, const QString& key, const char
     return value;
 }
 
-UA_ByteString borrowBytes(QByteArray& bytes)
-{
-    UA_ByteString borrowed;
-    borrowed.length = static_cast<size_t>(bytes.size());
-    borrowed.data = reinterpret_cast<UA_Byte*>(bytes.data());
-    return borrowed;
-}
-
-void replaceString(UA_String* target, const QByteArray& utf8)
+void replaceString(UA_String* target, const QString& text)
 {
     UA_String_clear(target);
-    UA_String source;
-    source.length = static_cast<size_t>(utf8.size());
-    source.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(utf8.constData()));
-    UA_String_copy(&source, target);
+    *target = Ua::toUaString(text).release();
 }
 
 QString formatLogMessage(const char* format, va_list args)
@@ -107,27 +88,10 @@ bool isNoise(const QString& text)
     return false;
 }
 
-// configure leaves the stack's logger record without its clear function, so the
-// record (not the context, which is the ClientCore) is released here after the client.
-UA_Logger* loggerRecordToRelease(UA_Client* client)
-{
-    UA_Logger* logger = UA_Client_getConfig(client)->logging;
-    if (logger && logger != UA_Log_Stdout && logger->clear == nullptr && logger->log == &ClientCore::loggerMethod)
-        return logger;
-    return nullptr;
-}
-
-void deleteStackClient(UA_Client* client)
-{
-    UA_Logger* logger = loggerRecordToRelease(client);
-    UA_Client_delete(client);
-    UA_free(logger);
-}
-
 } // namespace
 
 ClientCore::ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString clientName, int timeoutMs)
-    : client(UA_Client_new())
+    : client(Ua::newClient(&coreLogger))
     , filesPath(std::move(filesPath))
     , clientName(std::move(clientName))
     , timeoutMs(timeoutMs)
@@ -136,40 +100,10 @@ ClientCore::ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString 
         connectOpcServer(&plugin);
 }
 
-ClientCore::ClientCore(ClientCore&& other)
-    : client(nullptr)
-    , filesPath()
-    , clientName()
-    , timeoutMs(0)
-    , lastConnectAttempt()
-    , connecting(false)
-    , disconnectLogged(false)
-{
-    *this = std::move(other);
-}
-
-ClientCore& ClientCore::operator=(ClientCore&& other)
-{
-    if (this == &other)
-        return *this;
-    // Only the client and the files directory travel; the rest of the state stays with each object.
-    if (client) {
-        disconnectOpcServer();
-        deleteStackClient(client);
-    }
-    client = other.client;
-    other.client = nullptr;
-    filesPath.swap(other.filesPath);
-    return *this;
-}
-
 ClientCore::~ClientCore()
 {
-    if (client) {
+    if (client)
         disconnectOpcServer();
-        deleteStackClient(client);
-        client = nullptr;
-    }
 }
 
 bool ClientCore::configure(DeviceInstancePlugin& plugin)
@@ -181,11 +115,11 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     const QString policy = plugin.settings[QStringLiteral("security_policies")];
     // A user name travels encrypted, so it needs the certificate even on an unsecured channel.
     const bool needsCertificate = !(mode == UA_MESSAGESECURITYMODE_NONE
-                                    && policy == QLatin1String(securityPolicyNoneUri)
+                                    && policy == QLatin1String(Ua::securityPolicyNoneUri)
                                     && plugin.settings[QStringLiteral("username")].isEmpty());
 
-    UA_ClientConfig* config = UA_Client_getConfig(client);
-    attachLogger(config, this);
+    // The logger was set when the client was made; the defaults below keep it.
+    UA_ClientConfig* config = UA_Client_getConfig(client.get());
 
     UA_StatusCode status = UA_STATUSCODE_GOOD;
     if (!needsCertificate) {
@@ -197,14 +131,14 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
 
         QByteArray certificate = loadFile(certificatePath);
         if (certificate.isEmpty())
-            qCritical() << "[" << moduleName << "]" << "Could not read the certificate";
+            qCritical() << "[" << logTag << "]" << "Could not read the certificate";
         QByteArray key = loadFile(keyPath);
         if (key.isEmpty())
-            qCritical() << "[" << moduleName << "]" << "Could not read the key";
+            qCritical() << "[" << logTag << "]" << "Could not read the key";
 
         // A missing file degrades to an unencrypted configuration instead of failing.
         if (!certificate.isEmpty() && !key.isEmpty())
-            status = UA_ClientConfig_setDefaultEncryption(config, borrowBytes(certificate), borrowBytes(key),
+            status = UA_ClientConfig_setDefaultEncryption(config, Ua::borrow(certificate), Ua::borrow(key),
                                                           nullptr, 0, nullptr, 0);
         else
             status = UA_ClientConfig_setDefault(config);
@@ -217,21 +151,18 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     }
 
     if (status != UA_STATUSCODE_GOOD) {
-        qCritical() << "[" << moduleName << "]" << "Could not configure the OPC-UA client:"
+        qCritical() << "[" << logTag << "]" << "Could not configure the OPC-UA client:"
                     << UA_StatusCode_name(status);
         return false;
     }
 
-    // The defaults above install their own logger.
-    attachLogger(config, this);
-
-    const QByteArray applicationUri = (QStringLiteral("urn:ovrin-connect-client-") + clientName).toUtf8();
+    const QString applicationUri = QStringLiteral("urn:ovrin-connect-client-") + clientName;
     replaceString(&config->clientDescription.applicationUri, applicationUri);
     replaceString(&config->clientDescription.productUri, applicationUri);
     UA_LocalizedText_clear(&config->clientDescription.applicationName);
     config->clientDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("en", "OVRIN Connect client");
     config->securityMode = static_cast<UA_MessageSecurityMode>(mode);
-    replaceString(&config->securityPolicyUri, policy.toUtf8());
+    replaceString(&config->securityPolicyUri, policy);
     if (timeoutMs > 0)
         config->timeout = static_cast<UA_UInt32>(qBound(1000, timeoutMs, 300000));
     return true;
@@ -267,11 +198,11 @@ bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
     UA_StatusCode status;
     const QString userName = plugin->settings[QStringLiteral("username")];
     if (userName.isEmpty()) {
-        status = UA_Client_connect(client, urlUtf8.constData());
+        status = UA_Client_connect(client.get(), urlUtf8.constData());
     } else {
         const QByteArray userUtf8 = userName.toUtf8();
         QByteArray passwordUtf8 = plugin->settings[QStringLiteral("password")].toUtf8();
-        status = UA_Client_connectUsername(client, urlUtf8.constData(), userUtf8.constData(),
+        status = UA_Client_connectUsername(client.get(), urlUtf8.constData(), userUtf8.constData(),
                                            passwordUtf8.constData());
         clearByteArraySecurely(passwordUtf8);
     }
@@ -281,7 +212,7 @@ bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
         disconnectLogged = false;
         return true;
     }
-    plugin->statusText = statusCodeName(status);
+    plugin->statusText = Ua::statusCodeName(status);
     disconnectOpcServer();
     logDisconnectOnce(plugin);
     return false;
@@ -291,7 +222,7 @@ bool ClientCore::disconnectOpcServer()
 {
     if (!client)
         return false;
-    return UA_Client_disconnect(client) == UA_STATUSCODE_GOOD;
+    return UA_Client_disconnect(client.get()) == UA_STATUSCODE_GOOD;
 }
 
 bool ClientCore::isConnected() const
@@ -300,7 +231,7 @@ bool ClientCore::isConnected() const
         return false;
     // Only the secure channel counts; the session state is deliberately not consulted.
     UA_SecureChannelState channelState = UA_SECURECHANNELSTATE_CLOSED;
-    UA_Client_getState(client, &channelState, nullptr, nullptr);
+    UA_Client_getState(client.get(), &channelState, nullptr, nullptr);
     return channelState == UA_SECURECHANNELSTATE_OPEN;
 }
 
@@ -318,7 +249,7 @@ QByteArray ClientCore::loadFile(const QString& path) const
     QFile file(path);
     // Unbuffered, so that no copy of a key is left behind in the device's own buffer.
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        qWarning() << QStringLiteral("[%1] Could not read %2 key").arg(QLatin1String(moduleName), path);
+        qWarning() << QStringLiteral("[%1] Could not read %2 key").arg(QLatin1String(logTag), path);
         return QByteArray();
     }
     const bool pem = path.endsWith(QLatin1String(".pem"));

@@ -2,6 +2,7 @@
 
 #include "framework/device_instance_plugin.h"
 #include "framework/plugin_interface.h"
+#include "ua/client.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -35,6 +36,9 @@ public:
     // One configured data point for read and write.
     struct Node
     {
+        // The arrayIndex that stands for the whole value rather than one element.
+        static constexpr quint16 wholeArray = 65535;
+
         quint16 namespaceIndex = 0;
         QString identifier;
         qint32 dataTypeKind = 0;
@@ -46,13 +50,13 @@ public:
         quint32 readMode = 0;
         qint64 historyStartMs = 0;
         qint64 historyEndMs = 0;
-        quint16 arrayIndex = 65535;
+        quint16 arrayIndex = wholeArray;
         quint8 floatingPointPrecision = 4;
     };
 
     ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString clientName, int timeoutMs);
-    ClientCore(ClientCore&& other);
-    ClientCore& operator=(ClientCore&& other);
+    ClientCore(ClientCore&& other) = default;
+    ClientCore& operator=(ClientCore&& other) = default;
     ~ClientCore();
 
     ClientCore(const ClientCore&) = delete;
@@ -79,8 +83,11 @@ public:
     static PluginInterface pluginInterface;
     static QMutex pluginInterfaceMutex;
 
+    // The module name in the client core's own messages.
+    static constexpr const char* logTag = "opc_ua_client";
+
     // The stack client this object owns (null after a move-from); for inspection only.
-    UA_Client* stackClient() const { return client; }
+    UA_Client* stackClient() const { return client.get(); }
 
     // Called by configure with the certificate and key buffers right after they were wiped,
     // so that a test can check that no secret byte is left in them. Null in production.
@@ -88,7 +95,7 @@ public:
     static WipedSecretsObserver wipedSecretsObserver;
 
 private:
-    UA_Client* client = nullptr;
+    Ua::Client client;
     QString filesPath;
     QString clientName;
     qint32 timeoutMs = 0;

@@ -17,11 +17,26 @@ bool isIpv4Literal(const QString& host)
     return ::inet_pton(AF_INET, host.toLatin1().constData(), &address) == 1;
 }
 
+QString urlOrEndpointFor(const QString& url, const Candidate& candidate)
+{
+    return url.isEmpty() ? endpointFor(candidate.host, candidate.port) : url;
+}
+
 } // namespace
 
 QString endpointFor(const QString& host, unsigned short port)
 {
     return QStringLiteral("opc.tcp://%1:%2").arg(host, QString::number(port));
+}
+
+QString candidateEndpoint(const Candidate& candidate)
+{
+    return urlOrEndpointFor(candidate.endpointUrl, candidate);
+}
+
+QString candidateQueryUrl(const Candidate& candidate)
+{
+    return urlOrEndpointFor(candidate.endpointUrl.trimmed(), candidate);
 }
 
 OpcTcpUrl parseOpcTcpUrl(const QString& url)

@@ -59,6 +59,12 @@ struct OpcTcpUrl
 };
 
 QString endpointFor(const QString& host, unsigned short port);
+
+// The endpoint a candidate stands for: its endpoint URL, or endpointFor(host, port) when that is empty.
+QString candidateEndpoint(const Candidate& candidate);
+// The URL a discovery query for the candidate goes to: the same, from its endpoint URL trimmed.
+QString candidateQueryUrl(const Candidate& candidate);
+
 OpcTcpUrl parseOpcTcpUrl(const QString& url);
 QString uriTail(const QString& uri);
 QString rewriteEndpointHost(const QString& url, const QString& host, unsigned short port);

@@ -1,12 +1,11 @@
 #include "discovery/device_record.h"
 
 #include "discovery/labels.h"
+#include "ua/security_policy.h"
 
 namespace OpcUaDiscovery {
 
 namespace {
-
-const QString kNonePolicyUri = QStringLiteral("http://opcfoundation.org/UA/SecurityPolicy#None");
 
 int importedSecurityMode(qint32 securityMode)
 {
@@ -48,11 +47,11 @@ QString describeCandidate(const Candidate& c, const QString& address, const QStr
 
 QJsonObject candidateToJson(const Candidate& candidate)
 {
-    const QString address =
-        candidate.endpointUrl.isEmpty() ? endpointFor(candidate.host, candidate.port) : candidate.endpointUrl;
+    const QString address = candidateEndpoint(candidate);
     const OpcTcpUrl parsed = parseOpcTcpUrl(address);
     const int mode = importedSecurityMode(candidate.securityMode);
-    const QString policy = candidate.securityPolicyUri.isEmpty() ? kNonePolicyUri : candidate.securityPolicyUri;
+    const QString policy = candidate.securityPolicyUri.isEmpty() ? QString::fromLatin1(Ua::securityPolicyNoneUri)
+                                                                : candidate.securityPolicyUri;
     const QString name = candidateDisplayName(candidate);
     // Built from the scanned address, so the same device keeps its identifier on every scan.
     const QString uid = uidFor(candidate.host, candidate.port, parsed.path);

@@ -69,11 +69,6 @@ void assignIfNotEmpty(QString* target, const QString& value)
         *target = trimmed;
 }
 
-QString endpointKey(const Candidate& candidate)
-{
-    return candidate.endpointUrl.isEmpty() ? endpointFor(candidate.host, candidate.port) : candidate.endpointUrl;
-}
-
 } // namespace
 
 bool securityPolicySupported(const QString& policyUri)
@@ -132,7 +127,7 @@ void applyApplicationIdentity(Candidate* candidate, const DiscoveredServer& serv
 QList<Candidate> mergeFindServersDiscoveryUrls(const Candidate& base, const QList<DiscoveredServer>& servers)
 {
     Candidate primary = base;
-    const QString primaryKey = endpointKey(base);
+    const QString primaryKey = candidateEndpoint(base);
     const QString scannedKey = endpointFor(base.host, base.port);
     QSet<QString> known{primaryKey, scannedKey};
 

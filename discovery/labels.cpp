@@ -85,8 +85,7 @@ QString ovrinConnectInstanceName(const QString& applicationUri)
 
 QString candidateDisplayName(const Candidate& candidate)
 {
-    const QString endpoint =
-        candidate.endpointUrl.isEmpty() ? endpointFor(candidate.host, candidate.port) : candidate.endpointUrl;
+    const QString endpoint = candidateEndpoint(candidate);
     const OpcTcpUrl parsed = parseOpcTcpUrl(endpoint);
     const bool local = isLocalHost(candidate.host);
 

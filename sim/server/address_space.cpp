@@ -1,6 +1,6 @@
 #include "sim/server/address_space.h"
 
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 
 #include <open62541/plugin/historydata/history_data_backend_memory.h>
 #include <open62541/plugin/historydata/history_data_gathering_default.h>
@@ -127,8 +127,8 @@ struct TypeSample
 {
     const char* name;
     int typeIndex;
-    UaVariantHolder scalar;
-    UaVariantHolder array;
+    Ua::VariantHolder scalar;
+    Ua::VariantHolder array;
 };
 
 template <typename T>
@@ -175,10 +175,10 @@ std::vector<TypeSample> typeSamples()
                            {day, day + 86400 * UA_DATETIME_SEC, day + 2 * 86400 * UA_DATETIME_SEC});
     setSample<UA_Guid>(add("Guid", UA_TYPES_GUID), sampleGuid(1), {sampleGuid(1), sampleGuid(2), sampleGuid(3)});
     {
-        UaByteStringHolder scalar = UaByteStringHolder::adopt(byteString({0x01, 0x02, 0xab, 0xff}));
-        UaByteStringHolder a = UaByteStringHolder::adopt(byteString({0x01}));
-        UaByteStringHolder b = UaByteStringHolder::adopt(byteString({0x02, 0x03}));
-        UaByteStringHolder c = UaByteStringHolder::adopt(byteString({0x04, 0x05, 0x06}));
+        Ua::ByteStringHolder scalar = Ua::ByteStringHolder(byteString({0x01, 0x02, 0xab, 0xff}));
+        Ua::ByteStringHolder a = Ua::ByteStringHolder(byteString({0x01}));
+        Ua::ByteStringHolder b = Ua::ByteStringHolder(byteString({0x02, 0x03}));
+        Ua::ByteStringHolder c = Ua::ByteStringHolder(byteString({0x04, 0x05, 0x06}));
         setSample<UA_ByteString>(add("ByteString", UA_TYPES_BYTESTRING), *scalar, {*a, *b, *c});
     }
     auto text = [](const char* t) { return UA_LOCALIZEDTEXT(const_cast<char*>("en"), const_cast<char*>(t)); };
@@ -391,7 +391,7 @@ void hideStandardObjects(Builder* b)
     description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HIERARCHICALREFERENCES);
     description.includeSubtypes = true;
     description.resultMask = UA_BROWSERESULTMASK_REFERENCETYPEID;
-    UaBrowseResultHolder result = UaBrowseResultHolder::adopt(UA_Server_browse(b->server, 0, &description));
+    Ua::BrowseResultHolder result = Ua::BrowseResultHolder(UA_Server_browse(b->server, 0, &description));
     if (!b->check(result->statusCode, "Objects"))
         return;
     for (size_t i = 0; i < result->referencesSize; ++i) {

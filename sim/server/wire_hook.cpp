@@ -1,6 +1,6 @@
 #include "sim/server/wire_hook.h"
 
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 #include "sim/server/address_space.h"
 
 #include <QElapsedTimer>
@@ -118,7 +118,7 @@ bool decodeBody(const QByteArray& chunk, int bodyOffset, T* out, int typeIndex)
 template <typename T>
 bool encodeInto(const QByteArray& chunk, int bodyOffset, const T& value, int typeIndex, QByteArray* out)
 {
-    UaByteStringHolder body;
+    Ua::ByteStringHolder body;
     if (UA_encodeBinary(&value, &UA_TYPES[typeIndex], body.get()) != UA_STATUSCODE_GOOD)
         return false;
     *out = rebuildChunk(chunk, bodyOffset, *body);
@@ -127,7 +127,7 @@ bool encodeInto(const QByteArray& chunk, int bodyOffset, const T& value, int typ
 
 bool rewriteRead(QByteArray* chunk, int bodyOffset)
 {
-    UaValue<UA_ReadRequest, UA_TYPES_READREQUEST> request;
+    Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
     if (!decodeBody(*chunk, bodyOffset, request.get(), UA_TYPES_READREQUEST))
         return false;
     const UA_NodeId target = UA_NODEID_STRING(1, const_cast<char*>(accessLevelReadFailsId()));
@@ -211,7 +211,7 @@ void describeSelf(const Scenario& scenario, UA_ApplicationDescription* app)
 
 bool rewriteGetEndpoints(const Scenario& scenario, QByteArray* chunk, int bodyOffset)
 {
-    UaValue<UA_GetEndpointsResponse, UA_TYPES_GETENDPOINTSRESPONSE> response;
+    Ua::Value<UA_GetEndpointsResponse, UA_TYPES_GETENDPOINTSRESPONSE> response;
     if (!decodeBody(*chunk, bodyOffset, response.get(), UA_TYPES_GETENDPOINTSRESPONSE))
         return false;
     if (scenario.noEndpoints) {
@@ -243,7 +243,7 @@ UA_ApplicationDescription extraApplication(const ApplicationSettings& applicatio
 
 bool rewriteFindServers(const Scenario& scenario, QByteArray* chunk, int bodyOffset)
 {
-    UaValue<UA_FindServersResponse, UA_TYPES_FINDSERVERSRESPONSE> response;
+    Ua::Value<UA_FindServersResponse, UA_TYPES_FINDSERVERSRESPONSE> response;
     if (!decodeBody(*chunk, bodyOffset, response.get(), UA_TYPES_FINDSERVERSRESPONSE))
         return false;
     // The stack lists itself first when the request's filter lets it.

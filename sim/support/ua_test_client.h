@@ -3,7 +3,8 @@
 // open62541 client helpers of the suites that talk to servers directly. Header only, so that
 // test_support itself does not depend on open62541: include it from targets that link it.
 
-#include "client_core/ua_holders.h"
+#include "ua/client.h"
+#include "ua/holders.h"
 
 #include <open62541/client.h>
 #include <open62541/client_config_default.h>
@@ -26,9 +27,9 @@ inline void silenceClientLog(UA_ClientConfig* config)
 }
 
 // A None client that gives up after timeoutMs per request and, unless logged, logs nothing.
-inline UaClientPtr newTestClient(int timeoutMs, bool logged = false)
+inline Ua::Client newTestClient(int timeoutMs, bool logged = false)
 {
-    UaClientPtr client(UA_Client_new());
+    Ua::Client client(UA_Client_new());
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     UA_ClientConfig_setDefault(config);
     if (!logged)
@@ -45,9 +46,9 @@ inline QString uaText(const UA_String& text)
 }
 
 // A Browse request for the forward hierarchical references of one node.
-inline UaBrowseRequestHolder forwardBrowseRequest(const UA_NodeId& node)
+inline Ua::BrowseRequestHolder forwardBrowseRequest(const UA_NodeId& node)
 {
-    UaBrowseRequestHolder request;
+    Ua::BrowseRequestHolder request;
     request->nodesToBrowse = UA_BrowseDescription_new();
     request->nodesToBrowseSize = 1;
     UA_NodeId_copy(&node, &request->nodesToBrowse[0].nodeId);
@@ -70,8 +71,8 @@ struct BrowseOutcome
 inline BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node)
 {
     BrowseOutcome outcome;
-    UaBrowseResponseHolder response =
-        UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *forwardBrowseRequest(node)));
+    Ua::BrowseResponseHolder response =
+        Ua::BrowseResponseHolder(UA_Client_Service_browse(client, *forwardBrowseRequest(node)));
     outcome.status = response->responseHeader.serviceResult;
     if (outcome.status != UA_STATUSCODE_GOOD) {
         outcome.error = QStringLiteral("Browse: %1").arg(QString::fromLatin1(UA_StatusCode_name(outcome.status)));
@@ -81,7 +82,7 @@ inline BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node)
         outcome.error = QStringLiteral("Browse: %1 results").arg(response->resultsSize);
         return outcome;
     }
-    UaBrowseNextResponseHolder nextResponse;
+    Ua::BrowseNextResponseHolder nextResponse;
     for (const UA_BrowseResult* result = &response->results[0];;) {
         if (result->statusCode != UA_STATUSCODE_GOOD) {
             outcome.status = result->statusCode;
@@ -93,12 +94,12 @@ inline BrowseOutcome browseAll(UA_Client* client, const UA_NodeId& node)
         if (result->continuationPoint.length == 0)
             return outcome;
         ++outcome.continuationPoints;
-        UaBrowseNextRequestHolder next;
+        Ua::BrowseNextRequestHolder next;
         next->continuationPoints = UA_ByteString_new();
         next->continuationPointsSize = 1;
         UA_ByteString_copy(&result->continuationPoint, &next->continuationPoints[0]);
         // The old answer (which `result` points into) is released only after the copy above.
-        nextResponse = UaBrowseNextResponseHolder::adopt(UA_Client_Service_browseNext(client, *next));
+        nextResponse = Ua::BrowseNextResponseHolder(UA_Client_Service_browseNext(client, *next));
         outcome.status = nextResponse->responseHeader.serviceResult;
         if (outcome.status != UA_STATUSCODE_GOOD || nextResponse->resultsSize != 1) {
             outcome.error = QStringLiteral("BrowseNext failed");

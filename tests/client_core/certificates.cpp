@@ -1,22 +1,14 @@
 #include "tests/client_core/certificates.h"
 
-#include "client_core/ua_holders.h"
+#include "ua/client.h"
+#include "ua/holders.h"
+#include "ua/text.h"
 
 #include <open62541/plugin/create_certificate.h>
 
 namespace client_core_test {
 
 namespace {
-
-void silentLog(void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {}
-
-UA_String uaString(const QByteArray& text)
-{
-    UA_String out;
-    out.length = static_cast<size_t>(text.size());
-    out.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()));
-    return out;
-}
 
 QByteArray bytesOf(const UA_ByteString& bytes)
 {
@@ -27,17 +19,16 @@ QByteArray bytesOf(const UA_ByteString& bytes)
 
 bool createClientCertificate(const QString& applicationUri, bool pem, CertificatePair* out)
 {
-    UA_Logger logger{&silentLog, nullptr, nullptr};
     const QByteArray subjectParts[] = {"C=DE", "O=discover tests", "CN=discover client"};
     const QByteArray uri = "URI:" + applicationUri.toUtf8();
     const QByteArray altParts[] = {"DNS:localhost", uri};
-    UA_String subject[3] = {uaString(subjectParts[0]), uaString(subjectParts[1]), uaString(subjectParts[2])};
-    UA_String alt[2] = {uaString(altParts[0]), uaString(altParts[1])};
+    UA_String subject[3] = {Ua::borrow(subjectParts[0]), Ua::borrow(subjectParts[1]), Ua::borrow(subjectParts[2])};
+    UA_String alt[2] = {Ua::borrow(altParts[0]), Ua::borrow(altParts[1])};
 
-    UaByteStringHolder key;
-    UaByteStringHolder certificate;
+    Ua::ByteStringHolder key;
+    Ua::ByteStringHolder certificate;
     const UA_StatusCode status =
-        UA_CreateCertificate(&logger, subject, 3, alt, 2, pem ? UA_CERTIFICATEFORMAT_PEM : UA_CERTIFICATEFORMAT_DER,
+        UA_CreateCertificate(Ua::silentLogger(), subject, 3, alt, 2, pem ? UA_CERTIFICATEFORMAT_PEM : UA_CERTIFICATEFORMAT_DER,
                              nullptr, key.get(), certificate.get());
     if (status != UA_STATUSCODE_GOOD)
         return false;

@@ -101,6 +101,15 @@ QString filesPathOf(const QTemporaryDir& dir)
     return dir.path() + "/";
 }
 
+// The tests' client certificate and key under the default file names.
+const CertificatePair& writeDefaultCertificateFiles(const QTemporaryDir& dir)
+{
+    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
+    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
+    return pair;
+}
+
 } // namespace
 
 TEST(ClientConfiguration, NoSecurityAndNoUserReadsNoFile)
@@ -137,10 +146,8 @@ TEST(ClientConfiguration, UserNameOnUnsecuredChannelReadsCertificateAndKey)
 TEST(ClientConfiguration, CertificateZeroSelectsTheDefaultFileNames)
 {
     QTemporaryDir dir;
-    const CertificatePair& pair = client_core_test::testsClientCertificate(false);
+    const CertificatePair& pair = writeDefaultCertificateFiles(dir);
     ASSERT_FALSE(pair.key.isEmpty());
-    test_support::writeFile(dir.path(), "ovrin_cert.der", pair.certificate);
-    test_support::writeFile(dir.path(), "ovrin_key.der", pair.key);
 
     WipeObserverScope observer;
     MessageCapture capture;
@@ -155,6 +162,25 @@ TEST(ClientConfiguration, CertificateZeroSelectsTheDefaultFileNames)
     EXPECT_TRUE(wipeRecord.allZero);
     EXPECT_FALSE(capture.anyContains("Could not read"));
     EXPECT_GT(configOf(core)->securityPoliciesSize, 1u);
+}
+
+TEST(ClientConfiguration, EncryptedConfigurationKeepsTheCoreLoggerEverywhere)
+{
+    QTemporaryDir dir;
+    const CertificatePair& pair = writeDefaultCertificateFiles(dir);
+    ASSERT_FALSE(pair.key.isEmpty());
+
+    DeviceInstancePlugin plugin = offlinePlugin("3", basic256Sha256Uri);
+    ClientCore core(plugin, filesPathOf(dir), "tests", 0);
+    UA_ClientConfig* config = configOf(core);
+    ASSERT_NE(config->logging, nullptr);
+    EXPECT_EQ(config->logging->log, &ClientCore::loggerMethod);
+    EXPECT_EQ(config->logging->clear, nullptr);
+    ASSERT_NE(config->eventLoop, nullptr);
+    EXPECT_EQ(config->eventLoop->logger, config->logging);
+    ASSERT_GT(config->securityPoliciesSize, 1u);
+    for (size_t i = 0; i < config->securityPoliciesSize; ++i)
+        EXPECT_EQ(config->securityPolicies[i].logger, config->logging);
 }
 
 TEST(ClientConfiguration, NamedPemFilesArriveWithTheirTrailingZeroAndAreWiped)

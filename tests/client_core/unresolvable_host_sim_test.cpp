@@ -4,7 +4,7 @@
 // records each name and answers only loopback addresses, so no lookup ever leaves the machine.
 
 #include "client_core/opc_ua_client_core.h"
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
 #include "tests/client_core/sim_fixture.h"
@@ -82,7 +82,7 @@ QJsonObject unresolvableScenario()
 QStringList advertisedDiscoveryUrls(const ClientCore& core)
 {
     QStringList urls;
-    UaVariantHolder value;
+    Ua::VariantHolder value;
     if (UA_Client_getConnectionAttributeCopy(core.stackClient(), UA_QUALIFIEDNAME(0, const_cast<char*>("serverDescription")),
                                              value.get())
             != UA_STATUSCODE_GOOD

@@ -29,11 +29,11 @@ namespace {
 const char* const policyNone = "http://opcfoundation.org/UA/SecurityPolicy#None";
 const char* const policyBasic256Sha256 = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256";
 
-using Endpoints = UaArray<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION>;
+using Endpoints = Ua::Array<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION>;
 
 UA_StatusCode getEndpoints(const QString& url, Endpoints* endpoints)
 {
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     return UA_Client_getEndpoints(client.get(), url.toUtf8().constData(), endpoints->size(), endpoints->data());
 }
 
@@ -102,7 +102,7 @@ TEST_F(NodePeerTest, GetEndpointsOffersNoneAndBasic256Sha256WithBothTokens)
 
 TEST_F(NodePeerTest, BrowseFindsTheNestedFoldersAndVariables)
 {
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), peer_->endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     QString error;
     QStringList objects;
@@ -121,7 +121,7 @@ TEST_F(NodePeerTest, BrowseFindsTheNestedFoldersAndVariables)
 
 TEST_F(NodePeerTest, VariablesHaveTheirBuiltInTypesAndAccessLevels)
 {
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), peer_->endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     const struct
     {
@@ -136,7 +136,7 @@ TEST_F(NodePeerTest, VariablesHaveTheirBuiltInTypesAndAccessLevels)
                     {"Plant.Line1.Press.Pressures", UA_TYPES_DOUBLE, true},
                     {"Plant.Line1.Press.SerialNumber", UA_TYPES_STRING, false}};
     for (const auto& e : expected) {
-        UaVariantHolder value;
+        Ua::VariantHolder value;
         ASSERT_EQ(UA_Client_readValueAttribute(client.get(), peerNode(e.id), value.get()), UA_STATUSCODE_GOOD) << e.id;
         EXPECT_EQ(value->type, &UA_TYPES[e.type]) << e.id;
         EXPECT_EQ(!UA_Variant_isScalar(value.get()), e.array) << e.id;
@@ -188,9 +188,9 @@ TEST(NodeDiscoveryServer, FindServersOnNetworkReturnsRegisteredAndSeededServers)
                            &error))
         << error.toStdString();
 
-    UaArray<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
+    Ua::Array<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
     {
-        UaClientPtr client = newClient();
+        Ua::Client client = newClient();
         ASSERT_EQ(UA_Client_findServersOnNetwork(client.get(), lds.endpointUrl().toUtf8().constData(), 0, 0, 0, nullptr,
                                                  records.size(), records.data()),
                   UA_STATUSCODE_GOOD);
@@ -208,9 +208,9 @@ TEST(NodeDiscoveryServer, FindServersOnNetworkReturnsRegisteredAndSeededServers)
                                   .arg(peer.port())))
         << seen.join('\n').toStdString();
 
-    UaArray<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> servers;
+    Ua::Array<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> servers;
     {
-        UaClientPtr client = newClient();
+        Ua::Client client = newClient();
         ASSERT_EQ(UA_Client_findServers(client.get(), lds.endpointUrl().toUtf8().constData(), 0, nullptr, 0, nullptr,
                                         servers.size(), servers.data()),
                   UA_STATUSCODE_GOOD);

@@ -4,7 +4,7 @@
 
 namespace plant_test {
 
-UaClientPtr newClient(int timeoutMs)
+Ua::Client newClient(int timeoutMs)
 {
     return test_support::newTestClient(timeoutMs);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "client_core/ua_holders.h"
+#include "ua/client.h"
+#include "ua/holders.h"
 
 #include <open62541/client.h>
 
@@ -10,7 +11,7 @@
 namespace plant_test {
 
 // A None client that logs nothing and gives up after timeoutMs per request.
-UaClientPtr newClient(int timeoutMs = 10000);
+Ua::Client newClient(int timeoutMs = 10000);
 
 QString toQString(const UA_String& text);
 

@@ -3,7 +3,7 @@
 //   plant_probe endpoints URL    endpointUrl mode policyUri tokenTypes applicationName
 //   plant_probe findservers URL  applicationName applicationType discoveryUrl
 //   plant_probe fson URL         serverName discoveryUrl capabilities
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
 #include "tests/plant/plant_client.h"
 
 #include <open62541/client_highlevel.h>
@@ -30,8 +30,8 @@ int fail(UA_StatusCode status)
 
 int endpoints(const char* url)
 {
-    UaArray<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION> list;
-    UaClientPtr client = plant_test::newClient();
+    Ua::Array<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION> list;
+    Ua::Client client = plant_test::newClient();
     const UA_StatusCode status = UA_Client_getEndpoints(client.get(), url, list.size(), list.data());
     if (status != UA_STATUSCODE_GOOD)
         return fail(status);
@@ -47,8 +47,8 @@ int endpoints(const char* url)
 
 int findServers(const char* url)
 {
-    UaArray<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> list;
-    UaClientPtr client = plant_test::newClient();
+    Ua::Array<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> list;
+    Ua::Client client = plant_test::newClient();
     const UA_StatusCode status = UA_Client_findServers(client.get(), url, 0, nullptr, 0, nullptr, list.size(), list.data());
     if (status != UA_STATUSCODE_GOOD)
         return fail(status);
@@ -62,8 +62,8 @@ int findServers(const char* url)
 
 int findServersOnNetwork(const char* url)
 {
-    UaArray<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> list;
-    UaClientPtr client = plant_test::newClient();
+    Ua::Array<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> list;
+    Ua::Client client = plant_test::newClient();
     const UA_StatusCode status = UA_Client_findServersOnNetwork(client.get(), url, 0, 0, 0, nullptr, list.size(), list.data());
     if (status != UA_STATUSCODE_GOOD)
         return fail(status);

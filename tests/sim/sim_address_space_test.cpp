@@ -44,25 +44,25 @@ protected:
         ASSERT_EQ(UA_Client_connect(client.get(), server->endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     }
 
-    UaVariantHolder read(const char* id)
+    Ua::VariantHolder read(const char* id)
     {
-        UaVariantHolder value;
+        Ua::VariantHolder value;
         EXPECT_EQ(UA_Client_readValueAttribute(client.get(), simNode(id), value.get()), UA_STATUSCODE_GOOD) << id;
         return value;
     }
 
     QString dataType(const char* id)
     {
-        UaNodeIdHolder type;
+        Ua::NodeIdHolder type;
         EXPECT_EQ(UA_Client_readDataTypeAttribute(client.get(), simNode(id), type.get()), UA_STATUSCODE_GOOD) << id;
-        UaStringHolder text;
+        Ua::StringHolder text;
         UA_NodeId_print(type.get(), text.get());
         return toQString(*text);
     }
 
     static SimServer* server;
     static QString startError;
-    UaClientPtr client;
+    Ua::Client client;
 };
 
 SimServer* SimAddressSpace::server = nullptr;
@@ -97,9 +97,9 @@ TEST_F(SimAddressSpace, EveryTypeIsReadableAsScalarAndArray)
         for (const TypeCase& type : typeCases) {
             const QByteArray scalarId = QByteArray(folder) + "." + type.name;
             const QByteArray arrayId = scalarId + "Array";
-            UaVariantHolder scalar = read(scalarId.constData());
+            Ua::VariantHolder scalar = read(scalarId.constData());
             EXPECT_TRUE(UA_Variant_hasScalarType(scalar.get(), &UA_TYPES[type.typeIndex])) << scalarId.constData();
-            UaVariantHolder array = read(arrayId.constData());
+            Ua::VariantHolder array = read(arrayId.constData());
             EXPECT_TRUE(UA_Variant_hasArrayType(array.get(), &UA_TYPES[type.typeIndex])) << arrayId.constData();
             EXPECT_EQ(array->arrayLength, 3u) << arrayId.constData();
             EXPECT_EQ(dataType(scalarId.constData()), QStringLiteral("i=%1").arg(UA_TYPES[type.typeIndex].typeId.identifier.numeric));
@@ -128,15 +128,15 @@ TEST_F(SimAddressSpace, ScalarsHoldTheDocumentedValues)
     EXPECT_EQ(guid.data3, 0x4000);
     EXPECT_EQ(guid.data4[0], 0x80);
     EXPECT_EQ(guid.data4[7], 0x01);
-    UaVariantHolder bytesValue = read("Types.ByteString");
+    Ua::VariantHolder bytesValue = read("Types.ByteString");
     const UA_ByteString& bytes = *static_cast<UA_ByteString*>(bytesValue->data);
     EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(bytes.data), static_cast<int>(bytes.length)),
               QByteArray::fromHex("0102abff"));
-    UaVariantHolder textValue = read("Types.LocalizedText");
+    Ua::VariantHolder textValue = read("Types.LocalizedText");
     const UA_LocalizedText& text = *static_cast<UA_LocalizedText*>(textValue->data);
     EXPECT_EQ(toQString(text.text), "Hello");
     EXPECT_EQ(toQString(text.locale), "en");
-    UaVariantHolder ints = read("Types.Int32Array");
+    Ua::VariantHolder ints = read("Types.Int32Array");
     ASSERT_EQ(ints->arrayLength, 3u);
     EXPECT_EQ(static_cast<UA_Int32*>(ints->data)[0], -1);
     EXPECT_EQ(static_cast<UA_Int32*>(ints->data)[2], 1);
@@ -228,12 +228,12 @@ TEST_F(SimAddressSpace, SyntheticVariablesLiveInFolders)
 TEST_F(SimAddressSpace, WritableVariablesTakeNewValues)
 {
     UA_Int32 number = 99;
-    UaVariantHolder value;
+    Ua::VariantHolder value;
     UA_Variant_setScalarCopy(value.get(), &number, &UA_TYPES[UA_TYPES_INT32]);
     EXPECT_EQ(UA_Client_writeValueAttribute(client.get(), simNode("Writable.Int32"), value.get()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(*static_cast<UA_Int32*>(read("Writable.Int32")->data), 99);
     UA_String text = UA_STRING(const_cast<char*>("changed"));
-    UaVariantHolder textValue;
+    Ua::VariantHolder textValue;
     UA_Variant_setScalarCopy(textValue.get(), &text, &UA_TYPES[UA_TYPES_STRING]);
     EXPECT_EQ(UA_Client_writeValueAttribute(client.get(), simNode("Writable.String"), textValue.get()),
               UA_STATUSCODE_GOOD);
@@ -306,7 +306,7 @@ TEST(SimAddressSpaceHidden, ObjectsWithoutServerObjectHoldOnlyPresets)
                                  .object(),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     const auto objects = sim_test::browseAll(client.get(), UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER));
     EXPECT_EQ(objects.names, (std::vector<QString>{"Empty"}));

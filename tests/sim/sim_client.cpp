@@ -26,8 +26,8 @@ void silence(UA_ClientConfig* config)
 
 struct ClientCertificate
 {
-    UaByteStringHolder key;
-    UaByteStringHolder certificate;
+    Ua::ByteStringHolder key;
+    Ua::ByteStringHolder certificate;
 };
 
 // Key generation is slow, so the suite shares one client certificate.
@@ -53,15 +53,15 @@ const ClientCertificate& clientCertificate()
 
 } // namespace
 
-UaClientPtr newClient(int timeoutMs)
+Ua::Client newClient(int timeoutMs)
 {
     return test_support::newTestClient(timeoutMs, clientLogWanted());
 }
 
-UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs)
+Ua::Client newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs)
 {
     const ClientCertificate& pair = clientCertificate();
-    UaClientPtr client(UA_Client_new());
+    Ua::Client client(UA_Client_new());
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     silence(config);
     UA_ClientConfig_setDefaultEncryption(config, *pair.certificate, *pair.key, nullptr, 0, nullptr, 0);
@@ -92,7 +92,7 @@ UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
 {
     // The stack's own getEndpoints refuses an empty answer, so the request goes out by hand
     // on a secure channel whose endpoint is preset (no endpoint lookup before it).
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     const QByteArray utf8 = url.toUtf8();
     config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
@@ -101,9 +101,10 @@ UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
     UA_StatusCode status = UA_Client_connectSecureChannel(client.get(), utf8.constData());
     if (status != UA_STATUSCODE_GOOD)
         return status;
-    UaValue<UA_GetEndpointsRequest, UA_TYPES_GETENDPOINTSREQUEST> request;
+    Ua::Value<UA_GetEndpointsRequest, UA_TYPES_GETENDPOINTSREQUEST> request;
     request->endpointUrl = UA_STRING_ALLOC(utf8.constData());
-    UaValue<UA_GetEndpointsResponse, UA_TYPES_GETENDPOINTSRESPONSE> response;
+    Ua::Value<UA_GetEndpointsResponse, UA_TYPES_GETENDPOINTSRESPONSE> response;
+    // open62541 1.4 offers GetEndpoints in no typed form other than the refusing one above.
     __UA_Client_Service(client.get(), request.get(), &UA_TYPES[UA_TYPES_GETENDPOINTSREQUEST], response.get(),
                         &UA_TYPES[UA_TYPES_GETENDPOINTSRESPONSE]);
     *count = response->endpointsSize;
@@ -112,8 +113,8 @@ UA_StatusCode rawGetEndpoints(const QString& url, size_t* count)
 
 UA_StatusCode browseOnce(UA_Client* client, const UA_NodeId& node)
 {
-    UaBrowseResponseHolder response =
-        UaBrowseResponseHolder::adopt(UA_Client_Service_browse(client, *test_support::forwardBrowseRequest(node)));
+    Ua::BrowseResponseHolder response =
+        Ua::BrowseResponseHolder(UA_Client_Service_browse(client, *test_support::forwardBrowseRequest(node)));
     return response->responseHeader.serviceResult;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "client_core/ua_holders.h"
+#include "ua/client.h"
+#include "ua/holders.h"
 #include "sim/support/ua_test_client.h"
 
 #include <open62541/client.h>
@@ -10,10 +11,10 @@
 namespace sim_test {
 
 // A client that logs nothing and gives up after timeoutMs per request.
-UaClientPtr newClient(int timeoutMs = 5000);
+Ua::Client newClient(int timeoutMs = 5000);
 
 // A client with a fresh self-signed certificate, able to encrypt (mode and policy as given).
-UaClientPtr newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs = 5000);
+Ua::Client newSecureClient(UA_MessageSecurityMode mode, const char* policyUri, int timeoutMs = 5000);
 
 QString toQString(const UA_String& text);
 

@@ -25,13 +25,13 @@ const char* const policyBase = "http://opcfoundation.org/UA/SecurityPolicy#";
 struct Endpoints
 {
     UA_StatusCode status = UA_STATUSCODE_BADINTERNALERROR;
-    UaArray<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION> list;
+    Ua::Array<UA_EndpointDescription, UA_TYPES_ENDPOINTDESCRIPTION> list;
 };
 
 Endpoints getEndpoints(const SimServer& server)
 {
     Endpoints out;
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     out.status = UA_Client_getEndpoints(client.get(), server.endpointUrl().toUtf8().constData(), out.list.size(),
                                         out.list.data());
     return out;
@@ -40,13 +40,13 @@ Endpoints getEndpoints(const SimServer& server)
 struct Applications
 {
     UA_StatusCode status = UA_STATUSCODE_BADINTERNALERROR;
-    UaArray<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> list;
+    Ua::Array<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> list;
 };
 
 Applications findServers(const SimServer& server)
 {
     Applications out;
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     out.status = UA_Client_findServers(client.get(), server.endpointUrl().toUtf8().constData(), 0, nullptr, 0, nullptr,
                                        out.list.size(), out.list.data());
     return out;
@@ -132,8 +132,8 @@ TEST(SimIdentity, FindServersOnNetworkIsUnsupported)
     SimServer server;
     QString error;
     ASSERT_TRUE(server.start(QJsonObject(), &error)) << error.toStdString();
-    UaClientPtr client = newClient();
-    UaArray<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
+    Ua::Client client = newClient();
+    Ua::Array<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
     const UA_StatusCode status = UA_Client_findServersOnNetwork(
         client.get(), server.endpointUrl().toUtf8().constData(), 0, 0, 0, nullptr, records.size(), records.data());
     EXPECT_EQ(status, UA_STATUSCODE_BADSERVICEUNSUPPORTED);
@@ -201,15 +201,15 @@ TEST(SimIdentity, UserNameLoginAcceptsOnlyConfiguredPassword)
     const QByteArray url = server.endpointUrl().toUtf8();
     const QString none = QString(policyBase) + "None";
     {
-        UaClientPtr client = sim_test::newSecureClient(UA_MESSAGESECURITYMODE_NONE, none.toUtf8().constData());
+        Ua::Client client = sim_test::newSecureClient(UA_MESSAGESECURITYMODE_NONE, none.toUtf8().constData());
         EXPECT_EQ(UA_Client_connectUsername(client.get(), url.constData(), "operator", "secret"), UA_STATUSCODE_GOOD);
     }
     {
-        UaClientPtr client = sim_test::newSecureClient(UA_MESSAGESECURITYMODE_NONE, none.toUtf8().constData());
+        Ua::Client client = sim_test::newSecureClient(UA_MESSAGESECURITYMODE_NONE, none.toUtf8().constData());
         EXPECT_NE(UA_Client_connectUsername(client.get(), url.constData(), "operator", "wrong"), UA_STATUSCODE_GOOD);
     }
     {
-        UaClientPtr client = newClient();
+        Ua::Client client = newClient();
         EXPECT_NE(UA_Client_connect(client.get(), url.constData()), UA_STATUSCODE_GOOD);
     }
 }
@@ -223,10 +223,10 @@ TEST(SimIdentity, SignAndEncryptBasic256Sha256SessionReadsValues)
                              &error))
         << error.toStdString();
     const QString policy = QString(policyBase) + "Basic256Sha256";
-    UaClientPtr client =
+    Ua::Client client =
         sim_test::newSecureClient(UA_MESSAGESECURITYMODE_SIGNANDENCRYPT, policy.toUtf8().constData());
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
-    UaVariantHolder value;
+    Ua::VariantHolder value;
     ASSERT_EQ(UA_Client_readValueAttribute(client.get(), sim_test::simNode("Types.Int32"), value.get()),
               UA_STATUSCODE_GOOD);
     ASSERT_TRUE(UA_Variant_hasScalarType(value.get(), &UA_TYPES[UA_TYPES_INT32]));

@@ -29,7 +29,7 @@ TEST(SimMisbehaviour, SlowServerDelaysBrowseAfterTheFirstOnes)
         "misbehaviour": {"delay_ms": 3000, "delay_after": 2, "delay_services": ["Browse"]}})"),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient(1000);
+    Ua::Client client = newClient(1000);
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(sim_test::browseOnce(client.get(), simNode("Alias")), UA_STATUSCODE_GOOD);
     EXPECT_EQ(sim_test::browseOnce(client.get(), simNode("Alias")), UA_STATUSCODE_GOOD);
@@ -45,7 +45,7 @@ TEST(SimMisbehaviour, DropClosesTheConnectionAfterNRequests)
         "misbehaviour": {"drop_after": 2, "drop_services": ["Browse"]}})"),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient(3000);
+    Ua::Client client = newClient(3000);
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(sim_test::browseOnce(client.get(), simNode("Alias")), UA_STATUSCODE_GOOD);
     EXPECT_EQ(sim_test::browseOnce(client.get(), simNode("Alias")), UA_STATUSCODE_GOOD);
@@ -67,8 +67,8 @@ TEST(SimMisbehaviour, StatsCountRequestsByService)
 
     const QByteArray url = server.endpointUrl().toUtf8();
     {
-        UaClientPtr client = newClient();
-        UaArray<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> apps;
+        Ua::Client client = newClient();
+        Ua::Array<UA_ApplicationDescription, UA_TYPES_APPLICATIONDESCRIPTION> apps;
         EXPECT_EQ(UA_Client_findServers(client.get(), url.constData(), 0, nullptr, 0, nullptr, apps.size(),
                                         apps.data()),
                   UA_STATUSCODE_GOOD);
@@ -76,14 +76,14 @@ TEST(SimMisbehaviour, StatsCountRequestsByService)
     const QJsonObject afterFind = server.stats();
     EXPECT_GE(afterFind.value("FindServers").toInt(), 1);
     {
-        UaClientPtr client = newClient();
-        UaArray<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
+        Ua::Client client = newClient();
+        Ua::Array<UA_ServerOnNetwork, UA_TYPES_SERVERONNETWORK> records;
         UA_Client_findServersOnNetwork(client.get(), url.constData(), 0, 0, 0, nullptr, records.size(),
                                        records.data());
     }
     EXPECT_EQ(server.stats().value("FindServersOnNetwork").toInt(), 1);
 
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), url.constData()), UA_STATUSCODE_GOOD);
     const QJsonObject before = server.stats();
     EXPECT_GE(before.value("GetEndpoints").toInt(), 1);
@@ -91,7 +91,7 @@ TEST(SimMisbehaviour, StatsCountRequestsByService)
     EXPECT_EQ(before.value("ActivateSession").toInt(), 1);
 
     sim_test::browseOnce(client.get(), simNode("Writable"));
-    UaVariantHolder value;
+    Ua::VariantHolder value;
     UA_Client_readValueAttribute(client.get(), simNode("Writable.Int32"), value.get());
     UA_Client_writeValueAttribute(client.get(), simNode("Writable.Int32"), value.get());
 

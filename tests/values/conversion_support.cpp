@@ -46,14 +46,6 @@ ClientCore::Node nodeOfKind(qint32 kind, quint16 arrayIndex)
     return node;
 }
 
-UA_String borrowed(const QByteArray& bytes)
-{
-    UA_String s;
-    s.length = static_cast<size_t>(bytes.size());
-    s.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(bytes.constData()));
-    return s;
-}
-
 QByteArray bytesOf(const UA_String& s)
 {
     if (!s.data || s.length == 0)

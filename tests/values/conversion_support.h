@@ -1,7 +1,8 @@
 #pragma once
 
 #include "client_core/opc_ua_client_core.h"
-#include "client_core/ua_holders.h"
+#include "ua/holders.h"
+#include "ua/text.h"
 
 #include <QByteArray>
 #include <QStringList>
@@ -27,23 +28,20 @@ UA_DateTime ticksOf(int year, int month, int day, int hour, int minute, int seco
 ClientCore::Node nodeOfKind(qint32 kind, quint16 arrayIndex = 65535);
 
 template <typename T>
-UaVariantHolder scalar(const T& value, int typeIndex)
+Ua::VariantHolder scalar(const T& value, int typeIndex)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     UA_Variant_setScalarCopy(v.get(), &value, &UA_TYPES[typeIndex]);
     return v;
 }
 
 template <typename T>
-UaVariantHolder array(const T* values, size_t count, int typeIndex)
+Ua::VariantHolder array(const T* values, size_t count, int typeIndex)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     UA_Variant_setArrayCopy(v.get(), values, count, &UA_TYPES[typeIndex]);
     return v;
 }
-
-// A stack string that borrows the bytes (for building test values only; copies own their data).
-UA_String borrowed(const QByteArray& bytes);
 
 QByteArray bytesOf(const UA_String& s);
 

@@ -12,17 +12,17 @@ using namespace values_test;
 
 namespace {
 
-UaNodeIdHolder nodeIdOf(const QString& identifier, quint16 ns = 3)
+Ua::NodeIdHolder nodeIdOf(const QString& identifier, quint16 ns = 3)
 {
     ClientCore::Node node;
     node.namespaceIndex = ns;
     node.identifier = identifier;
-    return UaNodeIdHolder::adopt(getNodeId(&node));
+    return Ua::NodeIdHolder(getNodeId(&node));
 }
 
 TEST(NodeIdentifier, DecimalTextIsNumeric)
 {
-    const UaNodeIdHolder id = nodeIdOf("42");
+    const Ua::NodeIdHolder id = nodeIdOf("42");
     EXPECT_EQ(id->namespaceIndex, 3);
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_NUMERIC);
     EXPECT_EQ(id->identifier.numeric, 42u);
@@ -30,14 +30,14 @@ TEST(NodeIdentifier, DecimalTextIsNumeric)
 
 TEST(NodeIdentifier, SixtyFourBitNumberIsCutTo32Bits)
 {
-    const UaNodeIdHolder id = nodeIdOf("4294967297");
+    const Ua::NodeIdHolder id = nodeIdOf("4294967297");
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_NUMERIC);
     EXPECT_EQ(id->identifier.numeric, 1u);
 }
 
 TEST(NodeIdentifier, GuidTextIsAGuid)
 {
-    const UaNodeIdHolder id = nodeIdOf("6f1c2d3e-0000-4000-8000-000000000001");
+    const Ua::NodeIdHolder id = nodeIdOf("6f1c2d3e-0000-4000-8000-000000000001");
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_GUID);
     const UA_Guid expected = UA_GUID("6f1c2d3e-0000-4000-8000-000000000001");
     EXPECT_TRUE(UA_Guid_equal(&id->identifier.guid, &expected));
@@ -46,14 +46,14 @@ TEST(NodeIdentifier, GuidTextIsAGuid)
 
 TEST(NodeIdentifier, NullGuidIsAString)
 {
-    const UaNodeIdHolder id = nodeIdOf("00000000-0000-0000-0000-000000000000");
+    const Ua::NodeIdHolder id = nodeIdOf("00000000-0000-0000-0000-000000000000");
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_STRING);
     EXPECT_EQ(bytesOf(id->identifier.string), QByteArray("00000000-0000-0000-0000-000000000000"));
 }
 
 TEST(NodeIdentifier, OtherTextIsAString)
 {
-    const UaNodeIdHolder id = nodeIdOf(QString::fromUtf8("Tank.Level \xc2\xb0"), 2);
+    const Ua::NodeIdHolder id = nodeIdOf(QString::fromUtf8("Tank.Level \xc2\xb0"), 2);
     EXPECT_EQ(id->namespaceIndex, 2);
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_STRING);
     EXPECT_EQ(bytesOf(id->identifier.string), QByteArray("Tank.Level \xc2\xb0"));
@@ -66,7 +66,7 @@ TEST(NodeIdentifier, FullNodeIdWinsOverTheParts)
     node.identifier = QStringLiteral("42");
     node.useFullNodeId = true;
     node.fullNodeId = QStringLiteral("ns=2;s=Tank.Level");
-    const UaNodeIdHolder id = UaNodeIdHolder::adopt(getNodeId(&node));
+    const Ua::NodeIdHolder id = Ua::NodeIdHolder(getNodeId(&node));
     EXPECT_EQ(id->namespaceIndex, 2);
     ASSERT_EQ(id->identifierType, UA_NODEIDTYPE_STRING);
     EXPECT_EQ(bytesOf(id->identifier.string), QByteArray("Tank.Level"));
@@ -77,7 +77,7 @@ TEST(NodeIdentifier, FullNodeIdThatDoesNotParseIsTheNullId)
     ClientCore::Node node;
     node.useFullNodeId = true;
     node.fullNodeId = QStringLiteral("ns=2;q=nonsense");
-    const UaNodeIdHolder id = UaNodeIdHolder::adopt(getNodeId(&node));
+    const Ua::NodeIdHolder id = Ua::NodeIdHolder(getNodeId(&node));
     EXPECT_TRUE(UA_NodeId_isNull(id.get()));
 }
 
@@ -106,7 +106,7 @@ TEST_F(VariantToNode, EmptyVariantIsAnEmptyValue)
     ClientCore::Node node;
     node.value = QStringLiteral("old");
     node.dataTypeKind = 5;
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     EXPECT_TRUE(core->convertValueToNode(&node, v.get()));
     EXPECT_EQ(node.value, "");
     EXPECT_EQ(node.dataTypeKind, 5);
@@ -152,7 +152,7 @@ TEST_F(VariantToNode, ArraysGoStraightToTheConversion)
     EXPECT_TRUE(core->convertValueToNode(&node, v.get()));
     EXPECT_EQ(node.value, "[\"2024-01-02 03:04:05.678\"]");
 
-    UaVariantHolder empty;
+    Ua::VariantHolder empty;
     UA_Variant_setArray(empty.get(), UA_Array_new(0, &UA_TYPES[UA_TYPES_DOUBLE]), 0, &UA_TYPES[UA_TYPES_DOUBLE]);
     EXPECT_TRUE(core->convertValueToNode(&node, empty.get()));
     EXPECT_EQ(node.value, "[]");

@@ -11,21 +11,21 @@ class TextToValue : public ::testing::Test
 protected:
     static void SetUpTestSuite() { useUtcTimeZone(); }
 
-    static UaVariantHolder convert(ClientCore::Node* node, const QString& text)
+    static Ua::VariantHolder convert(ClientCore::Node* node, const QString& text)
     {
-        return UaVariantHolder::adopt(ClientCore::convertToVariant(node, text));
+        return Ua::VariantHolder(ClientCore::convertToVariant(node, text));
     }
 
-    static UaVariantHolder convert(qint32 kind, const QString& text, quint16 arrayIndex = 65535)
+    static Ua::VariantHolder convert(qint32 kind, const QString& text, quint16 arrayIndex = 65535)
     {
         ClientCore::Node node = nodeOfKind(kind, arrayIndex);
-        UaVariantHolder v = convert(&node, text);
+        Ua::VariantHolder v = convert(&node, text);
         EXPECT_EQ(node.error, "") << text.toStdString();
         return v;
     }
 
     template <typename T>
-    static T scalarOf(const UaVariantHolder& v, int typeIndex)
+    static T scalarOf(const Ua::VariantHolder& v, int typeIndex)
     {
         EXPECT_TRUE(UA_Variant_hasScalarType(v.get(), &UA_TYPES[typeIndex]));
         if (!UA_Variant_hasScalarType(v.get(), &UA_TYPES[typeIndex]))
@@ -34,7 +34,7 @@ protected:
     }
 
     template <typename T>
-    static std::vector<T> arrayOf(const UaVariantHolder& v, int typeIndex)
+    static std::vector<T> arrayOf(const Ua::VariantHolder& v, int typeIndex)
     {
         EXPECT_TRUE(UA_Variant_hasArrayType(v.get(), &UA_TYPES[typeIndex]));
         if (!UA_Variant_hasArrayType(v.get(), &UA_TYPES[typeIndex]))
@@ -46,7 +46,7 @@ protected:
     // Converts the text and the result back, as a read of the written value would.
     static QString roundTrip(qint32 kind, const QString& text, quint16 arrayIndex = 65535)
     {
-        UaVariantHolder v = convert(kind, text, arrayIndex);
+        Ua::VariantHolder v = convert(kind, text, arrayIndex);
         ClientCore::Node node = nodeOfKind(kind);
         if (!ClientCore::convertValue(&node, v.get()))
             return QStringLiteral("error: ") + node.error;
@@ -104,15 +104,15 @@ TEST_F(TextToValue, FloatingPointTexts)
 
 TEST_F(TextToValue, StringIsTheUtf8Text)
 {
-    const UaVariantHolder v = convert(UA_TYPES_STRING, QString::fromUtf8("h\xc3\xa9llo"));
+    const Ua::VariantHolder v = convert(UA_TYPES_STRING, QString::fromUtf8("h\xc3\xa9llo"));
     EXPECT_EQ(bytesOf(scalarOf<UA_String>(v, UA_TYPES_STRING)), QByteArray("h\xc3\xa9llo"));
-    const UaVariantHolder empty = convert(UA_TYPES_STRING, "");
+    const Ua::VariantHolder empty = convert(UA_TYPES_STRING, "");
     EXPECT_EQ(scalarOf<UA_String>(empty, UA_TYPES_STRING).length, 0u);
 }
 
 TEST_F(TextToValue, DateTimeDropsTheMilliseconds)
 {
-    const UaVariantHolder v = convert(UA_TYPES_DATETIME, "2024-01-02 03:04:05.678");
+    const Ua::VariantHolder v = convert(UA_TYPES_DATETIME, "2024-01-02 03:04:05.678");
     EXPECT_EQ(scalarOf<UA_DateTime>(v, UA_TYPES_DATETIME), ticksOf(2024, 1, 2, 3, 4, 5, 0));
     EXPECT_EQ(roundTrip(UA_TYPES_DATETIME, "2024-01-02 03:04:05.678"), "2024-01-02 03:04:05.000");
 }
@@ -121,7 +121,7 @@ TEST_F(TextToValue, InvalidDateTimeIsRefused)
 {
     WarningCapture warnings;
     ClientCore::Node node = nodeOfKind(UA_TYPES_DATETIME);
-    const UaVariantHolder v = convert(&node, "2024-01-02T03:04:05");
+    const Ua::VariantHolder v = convert(&node, "2024-01-02T03:04:05");
     EXPECT_EQ(v->type, nullptr);
     EXPECT_EQ(node.error, "Invalid date time format. Expected format: yyyy-MM-dd hh:mm:ss.zzz");
     EXPECT_EQ(warnings.messages(),
@@ -134,7 +134,7 @@ TEST_F(TextToValue, InvalidDateTimeIsRefused)
 TEST_F(TextToValue, DateWithoutMillisecondsIsInvalid)
 {
     ClientCore::Node node = nodeOfKind(UA_TYPES_DATETIME);
-    const UaVariantHolder v = convert(&node, "2024-01-02 03:04:05");
+    const Ua::VariantHolder v = convert(&node, "2024-01-02 03:04:05");
     EXPECT_EQ(v->type, nullptr);
     EXPECT_EQ(node.error, "Invalid date time format. Expected format: yyyy-MM-dd hh:mm:ss.zzz");
 }
@@ -142,7 +142,7 @@ TEST_F(TextToValue, DateWithoutMillisecondsIsInvalid)
 TEST_F(TextToValue, ByteStringNoiseIsRemovedBeforeHexDecoding)
 {
     auto bytes = [](const QString& text) {
-        const UaVariantHolder v = convert(UA_TYPES_BYTESTRING, text);
+        const Ua::VariantHolder v = convert(UA_TYPES_BYTESTRING, text);
         return bytesOf(scalarOf<UA_ByteString>(v, UA_TYPES_BYTESTRING));
     };
     EXPECT_EQ(bytes("0x0A 0B"), QByteArray("\x0a\x0b"));
@@ -163,7 +163,7 @@ TEST_F(TextToValue, GuidAndLocalizedTextAreNotWritable)
     for (qint32 kind : {UA_TYPES_GUID, UA_TYPES_LOCALIZEDTEXT}) {
         WarningCapture warnings;
         ClientCore::Node node = nodeOfKind(kind);
-        const UaVariantHolder v = convert(&node, "x");
+        const Ua::VariantHolder v = convert(&node, "x");
         EXPECT_EQ(v->type, nullptr);
         EXPECT_EQ(node.error, QStringLiteral("Unsupported node data type (%1)").arg(kind));
         EXPECT_EQ(warnings.messages(),
@@ -178,7 +178,7 @@ TEST_F(TextToValue, OtherKindsAreUnsupported)
 {
     for (qint32 kind : {15, 16, 19, 21, 22, 23, 25, 63, -1}) {
         ClientCore::Node node = nodeOfKind(kind);
-        const UaVariantHolder v = convert(&node, "[1]");
+        const Ua::VariantHolder v = convert(&node, "[1]");
         EXPECT_EQ(v->type, nullptr);
         EXPECT_EQ(node.error, QStringLiteral("Unsupported node data type (%1)").arg(kind));
     }
@@ -220,7 +220,7 @@ TEST_F(TextToValue, BadDateStopsTheArray)
 {
     WarningCapture warnings;
     ClientCore::Node node = nodeOfKind(UA_TYPES_DATETIME);
-    const UaVariantHolder v = convert(&node, "[\"2024-01-02 03:04:05.678\", \"bad\", \"worse\"]");
+    const Ua::VariantHolder v = convert(&node, "[\"2024-01-02 03:04:05.678\", \"bad\", \"worse\"]");
     EXPECT_EQ(v->type, nullptr);
     EXPECT_EQ(node.error, "Invalid date time format. Expected format: yyyy-MM-dd hh:mm:ss.zzz");
     EXPECT_EQ(warnings.messages(),

@@ -15,7 +15,7 @@ protected:
     static void SetUpTestSuite() { useUtcTimeZone(); }
 
     // Converts and returns the value text, or "error: <text>" when the conversion refused.
-    static QString text(UaVariantHolder& v, quint16 arrayIndex = 65535, quint8 precision = 4)
+    static QString text(Ua::VariantHolder& v, quint16 arrayIndex = 65535, quint8 precision = 4)
     {
         ClientCore::Node node;
         node.arrayIndex = arrayIndex;
@@ -135,10 +135,10 @@ TEST_F(ValueToText, InfinitiesAndNaNAreUpperCase)
 TEST_F(ValueToText, StringStopsAtTheFirstZeroByte)
 {
     const QByteArray hello("h\xc3\xa9llo");
-    auto s = scalar(borrowed(hello), UA_TYPES_STRING);
+    auto s = scalar(Ua::borrow(hello), UA_TYPES_STRING);
     EXPECT_EQ(text(s), QString::fromUtf8("h\xc3\xa9llo"));
     const QByteArray withZero("ab\0cd", 5);
-    auto z = scalar(borrowed(withZero), UA_TYPES_STRING);
+    auto z = scalar(Ua::borrow(withZero), UA_TYPES_STRING);
     EXPECT_EQ(text(z), "ab");
     auto empty = scalar(UA_STRING_NULL, UA_TYPES_STRING);
     EXPECT_EQ(text(empty), "");
@@ -147,7 +147,7 @@ TEST_F(ValueToText, StringStopsAtTheFirstZeroByte)
 TEST_F(ValueToText, StringArrayIsQuotedWithoutEscaping)
 {
     const QByteArray a("a"), quoted("say \"hi\"");
-    const UA_String values[] = {borrowed(a), borrowed(quoted)};
+    const UA_String values[] = {Ua::borrow(a), Ua::borrow(quoted)};
     auto v = array(values, 2, UA_TYPES_STRING);
     EXPECT_EQ(text(v), "[\"a\", \"say \"hi\"\"]");
     EXPECT_EQ(text(v, 1), "say \"hi\"");
@@ -183,10 +183,10 @@ TEST_F(ValueToText, DateTimeIsLocalTimeWithMilliseconds)
 TEST_F(ValueToText, ByteStringIsLowerCaseHex)
 {
     const QByteArray bytes("\x0a\xff\x00\x7f", 4);
-    auto s = scalar(borrowed(bytes), UA_TYPES_BYTESTRING);
+    auto s = scalar(Ua::borrow(bytes), UA_TYPES_BYTESTRING);
     EXPECT_EQ(text(s), "0aff007f");
     const QByteArray one("\x01", 1);
-    const UA_ByteString values[] = {borrowed(bytes), borrowed(one)};
+    const UA_ByteString values[] = {Ua::borrow(bytes), Ua::borrow(one)};
     auto a = array(values, 2, UA_TYPES_BYTESTRING);
     EXPECT_EQ(text(a), "[\"0aff007f\", \"01\"]");
     EXPECT_EQ(text(a, 1), "01");
@@ -236,14 +236,14 @@ TEST_F(ValueToText, ElementPastTheEndIsAnError)
     EXPECT_EQ(text(a, 65534), "error: Array index 65534 is out of range for an array of 3 elements");
 
     const QByteArray s("x");
-    const UA_String strings[] = {borrowed(s)};
+    const UA_String strings[] = {Ua::borrow(s)};
     auto sa = array(strings, 1, UA_TYPES_STRING);
     EXPECT_EQ(text(sa, 1), "error: Array index 1 is out of range for an array of 1 elements");
 }
 
 TEST_F(ValueToText, EmptyArrayIsBracketsAndHasNoElements)
 {
-    UaVariantHolder empty;
+    Ua::VariantHolder empty;
     UA_Variant_setArray(empty.get(), UA_Array_new(0, &UA_TYPES[UA_TYPES_INT32]), 0, &UA_TYPES[UA_TYPES_INT32]);
     EXPECT_EQ(text(empty), "[]");
     EXPECT_EQ(text(empty, 0), "error: Array index 0 is out of range for an array of 0 elements");
@@ -257,7 +257,7 @@ TEST_F(ValueToText, ScalarIgnoresTheArrayIndex)
 
 TEST_F(ValueToText, VariantWithoutTypeIsUnsupported)
 {
-    UaVariantHolder v;
+    Ua::VariantHolder v;
     EXPECT_EQ(text(v), "error: Unsupported node data type ()");
 }
 

@@ -1,12 +1,10 @@
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/message_capture.h"
-#include "sim/support/files.h"
-
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <thread>
 
@@ -14,33 +12,12 @@ using client_core_test::MessageCapture;
 
 namespace {
 
-
 void callLogger(UA_LogLevel level, UA_LogCategory category, const char* format, ...)
 {
     va_list args;
     va_start(args, format);
     ClientCore::loggerMethod(nullptr, level, category, format, args);
     va_end(args);
-}
-
-// A core whose connection attempt failed; file and wipe helpers do not need a server.
-const ClientCore& idleCore()
-{
-    // An empty address fails before any socket is opened.
-    static DeviceInstancePlugin plugin;
-    plugin.settings["security_mode"] = "1";
-    plugin.settings["security_policies"] = "http://opcfoundation.org/UA/SecurityPolicy#None";
-    static ClientCore core(plugin, QString(), "tests", 0);
-    return core;
-}
-
-bool onlyZeros(const QByteArray& bytes)
-{
-    for (char byte : bytes) {
-        if (byte != 0)
-            return false;
-    }
-    return true;
 }
 
 } // namespace
@@ -145,78 +122,4 @@ TEST(StackLogger, EveryCallTakesTheFrameworkMutexAlsoWhenItWritesNothing)
     caller.join();
     EXPECT_FALSE(returnedWhileLocked);
     EXPECT_TRUE(returned);
-}
-
-TEST(SecureWipe, OverwritesTheBufferInPlace)
-{
-    const ClientCore& none = idleCore();
-    QByteArray secret("top secret key material");
-    const char* before = secret.constData();
-    MessageCapture capture;
-    EXPECT_TRUE(none.clearByteArraySecurely(secret));
-    EXPECT_EQ(secret.constData(), before);
-    EXPECT_EQ(secret.size(), 23);
-    EXPECT_TRUE(onlyZeros(secret));
-    EXPECT_TRUE(capture.texts().isEmpty());
-}
-
-TEST(SecureWipe, SharedBufferIsDetachedSoTheOtherCopyStays)
-{
-    const ClientCore& none = idleCore();
-    QByteArray secret("abc");
-    const QByteArray copy = secret;
-    EXPECT_TRUE(none.clearByteArraySecurely(secret));
-    EXPECT_TRUE(onlyZeros(secret));
-    EXPECT_EQ(copy, QByteArray("abc"));
-}
-
-TEST(SecureWipe, EmptyAndOneByteBuffersSucceed)
-{
-    const ClientCore& none = idleCore();
-    QByteArray empty;
-    EXPECT_TRUE(none.clearByteArraySecurely(empty));
-    QByteArray one("k");
-    EXPECT_TRUE(none.clearByteArraySecurely(one));
-    EXPECT_EQ(one, QByteArray(1, '\0'));
-}
-
-TEST(LoadFile, PemGetsOneTrailingZeroByte)
-{
-    QTemporaryDir dir;
-    const QByteArray text = "-----BEGIN CERTIFICATE-----\nAAAA\n-----END CERTIFICATE-----\n";
-    const QString path = test_support::writeFile(dir.path(), "client.pem", text);
-    const ClientCore& none = idleCore();
-    const QByteArray loaded = none.loadFile(path);
-    ASSERT_EQ(loaded.size(), text.size() + 1);
-    EXPECT_EQ(loaded.left(text.size()), text);
-    EXPECT_EQ(loaded.at(text.size()), '\0');
-}
-
-TEST(LoadFile, DerIsReturnedAsRead)
-{
-    QTemporaryDir dir;
-    QByteArray der(5000, '\0');
-    for (int i = 0; i < der.size(); ++i)
-        der[i] = static_cast<char>(i * 7);
-    const QString path = test_support::writeFile(dir.path(), "client.der", der);
-    const ClientCore& none = idleCore();
-    EXPECT_EQ(none.loadFile(path), der);
-}
-
-TEST(LoadFile, UpperCasePemSuffixIsNotPem)
-{
-    QTemporaryDir dir;
-    const QString path = test_support::writeFile(dir.path(), "client.PEM", "abc");
-    const ClientCore& none = idleCore();
-    EXPECT_EQ(none.loadFile(path), QByteArray("abc"));
-}
-
-TEST(LoadFile, MissingFileWarnsAndGivesNothing)
-{
-    QTemporaryDir dir;
-    const QString path = dir.path() + "/missing.der";
-    const ClientCore& none = idleCore();
-    MessageCapture capture;
-    EXPECT_TRUE(none.loadFile(path).isEmpty());
-    EXPECT_EQ(capture.texts(QtWarningMsg), QStringList{QStringLiteral("\"[opc_ua_client] Could not read %1 key\"").arg(path)});
 }

@@ -1,8 +1,6 @@
 // The discovery queries of the discover_devices job against opcua_sim on loopback.
 
-#include "app/discover_devices_job.h"
-#include "app/silent_log.h"
-#include "client_core/ua_holders.h"
+#include "ua/discovery_queries.h"
 #include "discovery/candidate.h"
 #include "sim/support/process_runner.h"
 #include "sim/support/sim_server.h"
@@ -16,8 +14,11 @@
 #include <open62541/client.h>
 #include <open62541/types.h>
 
+using OpcUaDiscovery::applyGetEndpoints;
 using OpcUaDiscovery::Candidate;
 using OpcUaDiscovery::DiscoveredServer;
+using OpcUaDiscovery::identityFromApplication;
+using OpcUaDiscovery::newDiscoveryClient;
 using test_support::SimServer;
 
 inline void PrintTo(const QString& text, std::ostream* os)
@@ -94,12 +95,12 @@ UA_String ownedString(const char* text)
 
 TEST(DiscoveryClient, IsSilentWithTheShortRequestTimeout)
 {
-    UaClientPtr client(newDiscoveryClient());
+    Ua::Client client = newDiscoveryClient();
     ASSERT_TRUE(client);
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     EXPECT_EQ(config->timeout, 2500u);
     ASSERT_NE(config->logging, nullptr);
-    EXPECT_EQ(config->logging->log, &silentOpcUaLog);
+    EXPECT_EQ(config->logging->log, &Ua::silentOpcUaLog);
     EXPECT_EQ(config->logging->clear, nullptr);
     ASSERT_NE(config->eventLoop, nullptr);
     EXPECT_EQ(config->eventLoop->logger, config->logging);
@@ -108,7 +109,7 @@ TEST(DiscoveryClient, IsSilentWithTheShortRequestTimeout)
 TEST(DiscoveryClient, ConnectFailureOnAClosedPortPrintsNothingAndCleansUp)
 {
     // The result goes nowhere; what counts is that the stack stays silent and frees everything.
-    UaClientPtr client(newDiscoveryClient());
+    Ua::Client client = newDiscoveryClient();
     ASSERT_TRUE(client);
     size_t count = 0;
     UA_EndpointDescription* endpoints = nullptr;

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "ua/holders.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <open62541/types.h>
+
+// The one place where OPC UA strings, node identifiers and status codes become text and back.
+namespace Ua {
+
+// The text of an OPC UA string, taken as UTF-8; a null or empty string gives an empty text.
+QString toQString(const UA_String& text);
+
+// A stack-owned copy of the bytes (for a text, of its UTF-8); nothing gives an empty, not a null,
+// string. A null holder means the stack could not allocate.
+StringHolder toUaString(const QByteArray& bytes);
+StringHolder toUaString(const QString& text);
+
+// A view on bytes the caller keeps alive, for stack calls that only read or copy what they get.
+// Secrets go this way, so that no copy is left behind that nobody wipes.
+UA_ByteString borrow(const QByteArray& bytes);
+
+// The stack's standard text form of a NodeId (such as "i=85"), or an empty text.
+QString nodeIdToQString(const UA_NodeId& nodeId);
+
+// The NodeId written in the standard text form; a text that does not parse gives the null
+// identifier and, when asked for, false in *ok.
+NodeIdHolder nodeIdFromQString(const QString& text, bool* ok = nullptr);
+
+// The stack's name of a status code, such as "BadTimeout".
+QString statusCodeName(UA_StatusCode status);
+
+} // namespace Ua
