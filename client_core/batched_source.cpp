@@ -1,0 +1,578 @@
+#include "client_core/node_data_source.h"
+
+#include "ua/services.h"
+#include "ua/text.h"
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QPair>
+
+#include <algorithm>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+// Sensible ceilings whatever the server allows: larger requests gain nothing on a LAN.
+const size_t browseCeiling = 1000;
+const size_t readCeiling = 3000;          // attributes, three per variable
+const size_t firstBatch = 16;             // nodes or variables, before anything was measured
+const size_t growth = 4;
+// Browse results fetched ahead and not yet asked for hold at most about this many references.
+const size_t aheadReferences = 200000;
+const size_t aheadVariables = 20000;
+
+// What the source knows of a node, by its text.
+enum NodeFlag : quint8 {
+    Known = 1,          // a candidate, fetched or asked for: never a candidate again
+    Unfetched = 2,      // a candidate whose Browse result is not fetched yet
+    BrowseAlone = 4,    // its Browse goes in a request of its own
+    VariableKnown = 8,  // a candidate for the attribute read, read or asked for
+    Unread = 16,        // its attributes are not read yet
+    ReadAlone = 32,     // its attributes are read in a request of their own
+};
+
+// A node to ask about: the text the walk knows it by and the NodeId the request carries.
+struct Candidate
+{
+    QString text;
+    Ua::NodeIdHolder id;
+};
+
+size_t referenceCount(const NodeBrowse& browse)
+{
+    size_t count = 0;
+    for (const BrowseChain& chain : browse.chains) {
+        for (const Ua::BrowseResultHolder& page : chain.pages)
+            count += page->referencesSize;
+    }
+    return count;
+}
+
+// What a request of this kind may carry: the server's limit and our ceiling, shrunk after
+// failures and grown while requests stay well inside the time-out.
+struct BatchSize
+{
+    size_t limit = 1;      // server limit and ceiling
+    size_t current = 1;    // what the next request may carry
+    double msPerNode = 0;  // measured
+
+    void start(size_t serverLimit, size_t ceiling)
+    {
+        limit = serverLimit > 0 ? std::min(serverLimit, ceiling) : ceiling;
+        current = std::min(limit, firstBatch);
+    }
+
+    // After a request of `nodes` that took `ms`: the next may be larger while it is expected to
+    // take at most a quarter of the time-out.
+    void measured(size_t nodes, qint64 ms, int timeoutMs)
+    {
+        if (nodes == 0)
+            return;
+        msPerNode = double(ms) / double(nodes);
+        size_t next = std::min(limit, std::max(current, nodes) * growth);
+        if (msPerNode > 0) {
+            const double allowed = (timeoutMs / 4.0) / msPerNode;
+            next = std::min(next, size_t(std::max(1.0, allowed)));
+        }
+        current = std::max<size_t>(1, next);
+    }
+
+    void failed(size_t nodes, UA_StatusCode status)
+    {
+        // A time-out says the request was far too large for this server; anything else, too large.
+        const size_t divisor = status == UA_STATUSCODE_BADTIMEOUT ? 4 : 2;
+        current = std::max<size_t>(1, std::min(current, nodes / divisor));
+    }
+};
+
+class BatchedSource : public NodeDataSource
+{
+public:
+    explicit BatchedSource(UA_Client* client)
+        : client_(client)
+        , timeoutMs_(int(std::max<UA_UInt32>(1, UA_Client_getConfig(client)->timeout)))
+    {
+        readLimits();
+    }
+
+    void queued(const QString& nodeId) override
+    {
+        if (has(nodeId, Known))
+            return;
+        bool ok = false;
+        Ua::NodeIdHolder id = Ua::nodeIdFromQString(nodeId, &ok);
+        if (ok)
+            addBrowseCandidate(nodeId, std::move(id));
+    }
+
+    NodeBrowse browse(const QString& nodeId, const UA_NodeId& node) override
+    {
+        auto fetched = fetchedBrowse_.find(nodeId);
+        if (fetched == fetchedBrowse_.end()) {
+            fetchBrowseBatch(nodeId, node);
+            fetched = fetchedBrowse_.find(nodeId);
+        }
+        NodeBrowse outcome = std::move(fetched->second);
+        fetchedBrowse_.erase(fetched);
+        heldReferences_ -= std::min(heldReferences_, referenceCount(outcome));
+        return outcome;
+    }
+
+    VariableAttributes attributes(const QString& nodeId, const UA_NodeId& node) override
+    {
+        auto fetched = fetchedAttributes_.find(nodeId);
+        if (fetched == fetchedAttributes_.end()) {
+            fetchReadBatch(nodeId, node);
+            fetched = fetchedAttributes_.find(nodeId);
+        }
+        VariableAttributes outcome = std::move(fetched->second);
+        fetchedAttributes_.erase(fetched);
+        return outcome;
+    }
+
+    // Each data type is resolved once, also when it resolves to nothing.
+    bool resolveDataType(const UA_NodeId& dataType, ResolvedDataType* out) override
+    {
+        const QString key = Ua::nodeIdToQString(dataType);
+        if (key.isEmpty())
+            return resolveSupportedDataType(client_, dataType, out);
+        auto cached = resolvedTypes_.find(key);
+        if (cached == resolvedTypes_.end()) {
+            ResolvedDataType type;
+            const bool found = resolveSupportedDataType(client_, dataType, &type);
+            cached = resolvedTypes_.insert(key, qMakePair(found, type));
+        }
+        if (cached->first)
+            *out = cached->second;
+        return cached->first;
+    }
+
+private:
+    // The server's operation limits, read once; 0 or unreadable means no limit.
+    void readLimits()
+    {
+        const UA_UInt32 nodes[3] = {UA_NS0ID_SERVER_SERVERCAPABILITIES_OPERATIONLIMITS_MAXNODESPERBROWSE,
+                                    UA_NS0ID_SERVER_SERVERCAPABILITIES_OPERATIONLIMITS_MAXNODESPERREAD,
+                                    UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXBROWSECONTINUATIONPOINTS};
+        size_t limits[3] = {0, 0, 0};
+        Ua::ReadRequestHolder request;
+        request->nodesToRead = static_cast<UA_ReadValueId*>(UA_Array_new(3, &UA_TYPES[UA_TYPES_READVALUEID]));
+        if (request->nodesToRead) {
+            request->nodesToReadSize = 3;
+            for (size_t i = 0; i < 3; ++i) {
+                request->nodesToRead[i].nodeId = UA_NODEID_NUMERIC(0, nodes[i]);
+                request->nodesToRead[i].attributeId = UA_ATTRIBUTEID_VALUE;
+            }
+            const Ua::ReadResponseHolder response = Ua::read(client_, *request);
+            if (response->responseHeader.serviceResult == UA_STATUSCODE_GOOD && response->resultsSize == 3) {
+                for (size_t i = 0; i < 3; ++i) {
+                    const UA_DataValue& value = response->results[i];
+                    if (value.status != UA_STATUSCODE_GOOD || !value.hasValue || !UA_Variant_isScalar(&value.value))
+                        continue;
+                    if (value.value.type == &UA_TYPES[UA_TYPES_UINT32])
+                        limits[i] = *static_cast<const UA_UInt32*>(value.value.data);
+                    else if (value.value.type == &UA_TYPES[UA_TYPES_UINT16])
+                        limits[i] = *static_cast<const UA_UInt16*>(value.value.data);
+                }
+            }
+        }
+        browseSize_.start(limits[0], browseCeiling);
+        // Three attributes a variable; a limit below three still allows the one-variable read.
+        readSize_.start(limits[1] > 0 ? std::max<size_t>(1, limits[1] / 3) : 0, readCeiling / 3);
+        continuationPoints_ = limits[2];
+    }
+
+    bool has(const QString& text, quint8 flag) const
+    {
+        const auto found = flags_.constFind(text);
+        return found != flags_.constEnd() && (found.value() & flag) != 0;
+    }
+
+    void set(const QString& text, quint8 flag) { flags_[text] |= flag; }
+
+    void clear(const QString& text, quint8 flag)
+    {
+        const auto found = flags_.find(text);
+        if (found != flags_.end())
+            found.value() &= quint8(~flag);
+    }
+
+    // A request of several nodes that timed out may still keep the server busy, and the request
+    // of one node sent next would wait behind it and time out as well: one small read with a
+    // long time-out lets the server finish first.
+    void drainAfterTimeout(UA_StatusCode status)
+    {
+        if (status != UA_STATUSCODE_BADTIMEOUT)
+            return;
+        UA_ClientConfig* config = UA_Client_getConfig(client_);
+        const UA_UInt32 timeout = config->timeout;
+        config->timeout = std::min<UA_UInt32>(timeout * 10, 600000);
+        Ua::VariantHolder state;
+        Ua::readValue(client_, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STATE), &state);
+        config->timeout = timeout;
+    }
+
+    void addBrowseCandidate(const QString& text, Ua::NodeIdHolder id)
+    {
+        set(text, Known | Unfetched);
+        browseCandidates_.push_back(Candidate{text, std::move(id)});
+    }
+
+    // Children the walk will queue once it handles this answer: local targets it can name, of
+    // the classes it browses. Variables among them will be asked for their attributes.
+    void discoverAhead(const NodeBrowse& outcome)
+    {
+        for (const BrowseChain& chain : outcome.chains) {
+            for (const Ua::BrowseResultHolder& page : chain.pages) {
+                for (size_t i = 0; i < page->referencesSize; ++i) {
+                    const UA_ReferenceDescription& reference = page->references[i];
+                    if (reference.nodeId.serverIndex != 0 || reference.nodeId.namespaceUri.length != 0)
+                        continue;
+                    if (reference.nodeClass != UA_NODECLASS_OBJECT && reference.nodeClass != UA_NODECLASS_VARIABLE
+                        && reference.nodeClass != UA_NODECLASS_VIEW)
+                        continue;
+                    const QString child = Ua::nodeIdToQString(reference.nodeId.nodeId);
+                    if (child.isEmpty())
+                        continue;
+                    if (!has(child, Known)) {
+                        // The walk browses the node its text names, so the request carries that.
+                        bool ok = false;
+                        Ua::NodeIdHolder id = Ua::nodeIdFromQString(child, &ok);
+                        if (ok)
+                            addBrowseCandidate(child, std::move(id));
+                    }
+                    if (reference.nodeClass == UA_NODECLASS_VARIABLE && !has(child, VariableKnown)) {
+                        Ua::NodeIdHolder id;
+                        if (UA_NodeId_copy(&reference.nodeId.nodeId, id.get()) != UA_STATUSCODE_GOOD)
+                            continue;
+                        set(child, VariableKnown | Unread);
+                        readCandidates_.push_back(Candidate{child, std::move(id)});
+                    }
+                }
+            }
+        }
+    }
+
+    void keepBrowse(const QString& text, NodeBrowse outcome)
+    {
+        clear(text, Unfetched);
+        discoverAhead(outcome);
+        heldReferences_ += referenceCount(outcome);
+        fetchedBrowse_[text] = std::move(outcome);
+    }
+
+    // The next nodes to fetch along with the one asked for: the most recently found first, as the
+    // walk takes its work list from the end.
+    std::vector<Candidate> takeBrowseCandidates(const QString& asked, size_t room)
+    {
+        std::vector<Candidate> taken;
+        std::vector<Candidate> deferred;
+        while (taken.size() < room && heldReferences_ < aheadReferences && !browseCandidates_.empty()) {
+            Candidate candidate = std::move(browseCandidates_.back());
+            browseCandidates_.pop_back();
+            if (candidate.text == asked || !has(candidate.text, Unfetched))
+                continue;
+            if (has(candidate.text, BrowseAlone)) {
+                // Fetched by itself when the walk asks for it; kept out of every batch.
+                deferred.push_back(std::move(candidate));
+                continue;
+            }
+            taken.push_back(std::move(candidate));
+        }
+        for (auto it = deferred.rbegin(); it != deferred.rend(); ++it)
+            browseCandidates_.push_back(std::move(*it));
+        return taken;
+    }
+
+    void returnBrowseCandidates(std::vector<Candidate>* nodes, size_t from)
+    {
+        for (size_t i = from; i < nodes->size(); ++i)
+            browseCandidates_.push_back(std::move((*nodes)[i]));
+        nodes->resize(from);
+    }
+
+    void fetchBrowseBatch(const QString& asked, const UA_NodeId& node)
+    {
+        set(asked, Known);
+        std::vector<Candidate> nodes;
+        Candidate first{asked, Ua::NodeIdHolder()};
+        UA_NodeId_copy(&node, first.id.get());
+        nodes.push_back(std::move(first));
+        if (!has(asked, BrowseAlone)) {
+            for (Candidate& candidate : takeBrowseCandidates(asked, browseSize_.current - 1))
+                nodes.push_back(std::move(candidate));
+        }
+        fetchBrowse(&nodes);
+    }
+
+    // Browses the nodes (the asked one first) and keeps every answer that counts as the node's
+    // own. A failure of a request of several nodes is never an answer: the nodes are asked again
+    // in smaller requests, the asked one down to a request of its own.
+    void fetchBrowse(std::vector<Candidate>* nodes)
+    {
+        const QString asked = nodes->front().text;
+        if (nodes->size() == 1) {
+            keepBrowse(asked, browseNodeAlone(client_, *nodes->front().id));
+            return;
+        }
+        Ua::BrowseRequestHolder request;
+        request->requestedMaxReferencesPerNode = 0;
+        request->nodesToBrowse =
+            static_cast<UA_BrowseDescription*>(UA_Array_new(nodes->size(), &UA_TYPES[UA_TYPES_BROWSEDESCRIPTION]));
+        bool described = request->nodesToBrowse != nullptr;
+        if (described) {
+            request->nodesToBrowseSize = nodes->size();
+            for (size_t i = 0; i < nodes->size() && described; ++i)
+                described = describeWalkBrowse(*(*nodes)[i].id, &request->nodesToBrowse[i]);
+        }
+        if (!described) {
+            returnBrowseCandidates(nodes, 1);
+            fetchBrowse(nodes);
+            return;
+        }
+        QElapsedTimer timer;
+        timer.start();
+        Ua::BrowseResponseHolder response = Ua::browse(client_, *request);
+        const UA_StatusCode status = response->responseHeader.serviceResult;
+        if (status != UA_STATUSCODE_GOOD || response->resultsSize != nodes->size()) {
+            browseSize_.failed(nodes->size(), status);
+            drainAfterTimeout(status);
+            // After a lost connection or a time-out only the asked node's own answer counts;
+            // anything else may be the size: half of it is asked again.
+            returnBrowseCandidates(nodes, isConnectionLoss(status) ? 1 : std::max<size_t>(1, nodes->size() / 2));
+            fetchBrowse(nodes);
+            return;
+        }
+        browseSize_.measured(nodes->size(), timer.elapsed(), timeoutMs_);
+
+        std::vector<BrowseChain> chains(nodes->size());
+        std::vector<bool> answered(nodes->size(), true);
+        for (size_t i = 0; i < nodes->size(); ++i) {
+            // A bad result may be the batch's doing (no continuation point left, say): the
+            // node is asked alone.
+            if (UA_StatusCode_isBad(response->results[i].statusCode)) {
+                answered[i] = false;
+                continue;
+            }
+            chains[i].pages.push_back(Ua::BrowseResultHolder(std::move(response->results[i])));
+        }
+        continueChains(&chains, &answered);
+
+        bool askedAgain = false;
+        for (size_t i = 0; i < nodes->size(); ++i) {
+            Candidate& candidate = (*nodes)[i];
+            if (answered[i]) {
+                NodeBrowse outcome;
+                outcome.status = status;
+                outcome.chains.push_back(std::move(chains[i]));
+                keepBrowse(candidate.text, std::move(outcome));
+            } else if (i == 0) {
+                askedAgain = true;
+            } else {
+                set(candidate.text, BrowseAlone);
+                browseCandidates_.push_back(std::move(candidate));
+            }
+        }
+        if (askedAgain)
+            keepBrowse(asked, browseNodeAlone(client_, *nodes->front().id));
+    }
+
+    // Follows every open chain with BrowseNext requests of many continuation points. A chain whose
+    // continuation fails in such a request is not answered: its node is asked alone.
+    void continueChains(std::vector<BrowseChain>* chains, std::vector<bool>* answered)
+    {
+        for (;;) {
+            std::vector<size_t> open;
+            for (size_t i = 0; i < chains->size(); ++i) {
+                if ((*answered)[i] && !(*chains)[i].pages.empty()
+                    && (*chains)[i].pages.back()->continuationPoint.length > 0
+                    && !UA_StatusCode_isBad((*chains)[i].pages.back()->statusCode) && !(*chains)[i].continuationFailed)
+                    open.push_back(i);
+            }
+            if (open.empty())
+                return;
+            const size_t perRequest = continuationPoints_ > 0 ? std::min(continuationPoints_, open.size()) : open.size();
+            for (size_t begin = 0; begin < open.size(); begin += perRequest) {
+                const size_t end = std::min(open.size(), begin + perRequest);
+                continueSome(chains, answered, std::vector<size_t>(open.begin() + long(begin), open.begin() + long(end)));
+            }
+        }
+    }
+
+    void continueSome(std::vector<BrowseChain>* chains, std::vector<bool>* answered, const std::vector<size_t>& which)
+    {
+        if (which.size() == 1) {
+            // One continuation point: the BrowseNext a request of its own would send.
+            BrowseChain& chain = (*chains)[which.front()];
+            Ua::BrowseResultHolder last = std::move(chain.pages.back());
+            chain.pages.pop_back();
+            BrowseChain rest = followChainAlone(client_, std::move(last));
+            for (Ua::BrowseResultHolder& page : rest.pages)
+                chain.pages.push_back(std::move(page));
+            chain.continuationFailed = rest.continuationFailed;
+            chain.continuationStatus = rest.continuationStatus;
+            return;
+        }
+        Ua::BrowseNextRequestHolder request;
+        request->releaseContinuationPoints = false;
+        request->continuationPoints =
+            static_cast<UA_ByteString*>(UA_Array_new(which.size(), &UA_TYPES[UA_TYPES_BYTESTRING]));
+        bool copied = request->continuationPoints != nullptr;
+        if (copied) {
+            request->continuationPointsSize = which.size();
+            for (size_t k = 0; k < which.size() && copied; ++k)
+                copied = UA_ByteString_copy(&(*chains)[which[k]].pages.back()->continuationPoint,
+                                            &request->continuationPoints[k])
+                    == UA_STATUSCODE_GOOD;
+        }
+        if (!copied) {
+            for (size_t index : which)
+                (*answered)[index] = false;
+            return;
+        }
+        Ua::BrowseNextResponseHolder response = Ua::browseNext(client_, *request);
+        const UA_StatusCode status = response->responseHeader.serviceResult;
+        if (status != UA_STATUSCODE_GOOD || response->resultsSize != which.size()) {
+            // The server may still hold the points: release them, so that the nodes asked alone
+            // find the points they need.
+            drainAfterTimeout(status);
+            request->releaseContinuationPoints = true;
+            Ua::browseNext(client_, *request);
+            for (size_t index : which)
+                (*answered)[index] = false;
+            return;
+        }
+        for (size_t k = 0; k < which.size(); ++k) {
+            if (UA_StatusCode_isBad(response->results[k].statusCode)) {
+                (*answered)[which[k]] = false;
+                continue;
+            }
+            (*chains)[which[k]].pages.push_back(Ua::BrowseResultHolder(std::move(response->results[k])));
+        }
+    }
+
+    std::vector<Candidate> takeReadCandidates(const QString& asked, size_t room)
+    {
+        std::vector<Candidate> taken;
+        std::vector<Candidate> deferred;
+        while (taken.size() < room && fetchedAttributes_.size() < aheadVariables && !readCandidates_.empty()) {
+            Candidate candidate = std::move(readCandidates_.back());
+            readCandidates_.pop_back();
+            if (candidate.text == asked || !has(candidate.text, Unread))
+                continue;
+            if (has(candidate.text, ReadAlone)) {
+                deferred.push_back(std::move(candidate));
+                continue;
+            }
+            taken.push_back(std::move(candidate));
+        }
+        for (auto it = deferred.rbegin(); it != deferred.rend(); ++it)
+            readCandidates_.push_back(std::move(*it));
+        return taken;
+    }
+
+    void keepAttributes(const QString& text, VariableAttributes attributes)
+    {
+        clear(text, Unread);
+        fetchedAttributes_[text] = std::move(attributes);
+    }
+
+    void fetchReadBatch(const QString& asked, const UA_NodeId& node)
+    {
+        set(asked, VariableKnown);
+        std::vector<Candidate> variables;
+        Candidate first{asked, Ua::NodeIdHolder()};
+        UA_NodeId_copy(&node, first.id.get());
+        variables.push_back(std::move(first));
+        if (!has(asked, ReadAlone)) {
+            for (Candidate& candidate : takeReadCandidates(asked, readSize_.current - 1))
+                variables.push_back(std::move(candidate));
+        }
+        fetchRead(&variables);
+    }
+
+    void fetchRead(std::vector<Candidate>* variables)
+    {
+        const QString asked = variables->front().text;
+        if (variables->size() == 1) {
+            keepAttributes(asked, readAttributesAlone(client_, *variables->front().id));
+            return;
+        }
+        const size_t count = variables->size() * 3;
+        Ua::ReadRequestHolder request;
+        request->nodesToRead = static_cast<UA_ReadValueId*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_READVALUEID]));
+        bool described = request->nodesToRead != nullptr;
+        if (described) {
+            request->nodesToReadSize = count;
+            for (size_t i = 0; i < count && described; ++i) {
+                request->nodesToRead[i].attributeId = variableAttributeIds[i % 3];
+                described = UA_NodeId_copy((*variables)[i / 3].id.get(), &request->nodesToRead[i].nodeId)
+                    == UA_STATUSCODE_GOOD;
+            }
+        }
+        if (!described) {
+            returnReadCandidates(variables, 1);
+            fetchRead(variables);
+            return;
+        }
+        QElapsedTimer timer;
+        timer.start();
+        const Ua::ReadResponseHolder response = Ua::read(client_, *request);
+        const UA_StatusCode status = response->responseHeader.serviceResult;
+        if (status != UA_STATUSCODE_GOOD || response->resultsSize != count) {
+            readSize_.failed(variables->size(), status);
+            drainAfterTimeout(status);
+            returnReadCandidates(variables, isConnectionLoss(status) ? 1 : std::max<size_t>(1, variables->size() / 2));
+            fetchRead(variables);
+            return;
+        }
+        readSize_.measured(variables->size(), timer.elapsed(), timeoutMs_);
+        bool askedAgain = false;
+        for (size_t v = 0; v < variables->size(); ++v) {
+            const UA_DataValue* results = response->results + 3 * v;
+            const bool clean = results[0].status == UA_STATUSCODE_GOOD && results[1].status == UA_STATUSCODE_GOOD
+                && results[2].status == UA_STATUSCODE_GOOD;
+            Candidate& candidate = (*variables)[v];
+            if (clean) {
+                keepAttributes(candidate.text, attributesFromResults(results));
+            } else if (v == 0) {
+                askedAgain = true;
+            } else {
+                // A failing attribute is read again in a request of its own, as the walk would.
+                set(candidate.text, ReadAlone);
+                readCandidates_.push_back(std::move(candidate));
+            }
+        }
+        if (askedAgain)
+            keepAttributes(asked, readAttributesAlone(client_, *variables->front().id));
+    }
+
+    void returnReadCandidates(std::vector<Candidate>* variables, size_t from)
+    {
+        for (size_t i = from; i < variables->size(); ++i)
+            readCandidates_.push_back(std::move((*variables)[i]));
+        variables->resize(from);
+    }
+
+    UA_Client* client_;
+    int timeoutMs_;
+    BatchSize browseSize_;
+    BatchSize readSize_;
+    size_t continuationPoints_ = 0;
+
+    QHash<QString, quint8> flags_;              // NodeFlag bits by node text
+    std::vector<Candidate> browseCandidates_;   // in the order found; may hold fetched ones
+    std::unordered_map<QString, NodeBrowse> fetchedBrowse_;
+    size_t heldReferences_ = 0;
+    std::vector<Candidate> readCandidates_;     // in the order found; may hold read ones
+    std::unordered_map<QString, VariableAttributes> fetchedAttributes_;
+    QHash<QString, QPair<bool, ResolvedDataType>> resolvedTypes_;
+};
+
+} // namespace
+
+std::unique_ptr<NodeDataSource> newBatchedSource(UA_Client* client)
+{
+    return std::make_unique<BatchedSource>(client);
+}
