@@ -7,14 +7,14 @@
 //
 // Prints "nodes N variables V browse_requests B read_requests R elapsed_ms T".
 
-#include "client_core/ua_holders.h"
+#include "ua/client.h"
+#include "ua/holders.h"
+#include "ua/services.h"
 
-#include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,8 +23,6 @@
 #include <vector>
 
 namespace {
-
-void silentLog(void*, UA_LogLevel, UA_LogCategory, const char*, va_list) {}
 
 int intArgument(int argc, char** argv, const char* name, int fallback)
 {
@@ -37,7 +35,7 @@ int intArgument(int argc, char** argv, const char* name, int fallback)
 
 std::string key(const UA_NodeId& id)
 {
-    UaStringHolder text;
+    Ua::StringHolder text;
     UA_NodeId_print(&id, text.get());
     return std::string(reinterpret_cast<const char*>(text->data), text->length);
 }
@@ -47,12 +45,12 @@ struct Walk
     UA_Client* client = nullptr;
     size_t browseBatch = 1000;
     std::unordered_set<std::string> seen;
-    std::vector<UaNodeIdHolder> queue;
-    std::vector<UaNodeIdHolder> variables;
+    std::vector<Ua::NodeIdHolder> queue;
+    std::vector<Ua::NodeIdHolder> variables;
     long browseRequests = 0;
     long readRequests = 0;
 
-    bool takeReferences(const UA_BrowseResult& result, std::vector<UaByteStringHolder>* continuations)
+    bool takeReferences(const UA_BrowseResult& result, std::vector<Ua::ByteStringHolder>* continuations)
     {
         if (result.statusCode != UA_STATUSCODE_GOOD)
             return false;
@@ -60,17 +58,17 @@ struct Walk
             const UA_ReferenceDescription& reference = result.references[r];
             if (!seen.insert(key(reference.nodeId.nodeId)).second)
                 continue;
-            UaNodeIdHolder id;
+            Ua::NodeIdHolder id;
             UA_NodeId_copy(&reference.nodeId.nodeId, id.get());
             if (reference.nodeClass == UA_NODECLASS_VARIABLE) {
-                UaNodeIdHolder variable;
+                Ua::NodeIdHolder variable;
                 UA_NodeId_copy(id.get(), variable.get());
                 variables.push_back(std::move(variable));
             }
             queue.push_back(std::move(id));
         }
         if (result.continuationPoint.length > 0) {
-            UaByteStringHolder point;
+            Ua::ByteStringHolder point;
             UA_ByteString_copy(&result.continuationPoint, point.get());
             continuations->push_back(std::move(point));
         }
@@ -79,7 +77,7 @@ struct Walk
 
     bool browseBatchOf(size_t begin, size_t end)
     {
-        UaBrowseRequestHolder request;
+        Ua::BrowseRequestHolder request;
         request->nodesToBrowseSize = end - begin;
         request->nodesToBrowse = static_cast<UA_BrowseDescription*>(
             UA_Array_new(end - begin, &UA_TYPES[UA_TYPES_BROWSEDESCRIPTION]));
@@ -92,24 +90,22 @@ struct Walk
             description.nodeClassMask = UA_NODECLASS_OBJECT | UA_NODECLASS_VARIABLE | UA_NODECLASS_VIEW;
             description.resultMask = UA_BROWSERESULTMASK_ALL;
         }
-        UaBrowseResponseHolder response;
-        *response = UA_Client_Service_browse(client, *request);
+        const Ua::BrowseResponseHolder response = Ua::browse(client, *request);
         ++browseRequests;
         if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD)
             return false;
-        std::vector<UaByteStringHolder> continuations;
+        std::vector<Ua::ByteStringHolder> continuations;
         for (size_t i = 0; i < response->resultsSize; ++i)
             takeReferences(response->results[i], &continuations);
         while (!continuations.empty()) {
-            UaBrowseNextRequestHolder next;
+            Ua::BrowseNextRequestHolder next;
             next->continuationPointsSize = continuations.size();
             next->continuationPoints = static_cast<UA_ByteString*>(
                 UA_Array_new(continuations.size(), &UA_TYPES[UA_TYPES_BYTESTRING]));
             for (size_t i = 0; i < continuations.size(); ++i)
                 UA_ByteString_copy(continuations[i].get(), &next->continuationPoints[i]);
             continuations.clear();
-            UaBrowseNextResponseHolder nextResponse;
-            *nextResponse = UA_Client_Service_browseNext(client, *next);
+            const Ua::BrowseNextResponseHolder nextResponse = Ua::browseNext(client, *next);
             ++browseRequests;
             if (nextResponse->responseHeader.serviceResult != UA_STATUSCODE_GOOD)
                 return false;
@@ -123,7 +119,7 @@ struct Walk
     {
         static const UA_UInt32 attributes[] = {UA_ATTRIBUTEID_DATATYPE, UA_ATTRIBUTEID_ACCESSLEVEL,
                                                UA_ATTRIBUTEID_VALUERANK};
-        UaReadRequestHolder request;
+        Ua::ReadRequestHolder request;
         request->nodesToReadSize = (end - begin) * 3;
         request->nodesToRead = static_cast<UA_ReadValueId*>(
             UA_Array_new(request->nodesToReadSize, &UA_TYPES[UA_TYPES_READVALUEID]));
@@ -134,8 +130,7 @@ struct Walk
                 item.attributeId = attributes[a];
             }
         }
-        UaReadResponseHolder response;
-        *response = UA_Client_Service_read(client, *request);
+        const Ua::ReadResponseHolder response = Ua::read(client, *request);
         ++readRequests;
         return response->responseHeader.serviceResult == UA_STATUSCODE_GOOD &&
                response->resultsSize == request->nodesToReadSize;
@@ -150,11 +145,10 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: batched_walk URL [--timeout-ms N] [--browse-batch N] [--read-batch N]\n");
         return 2;
     }
-    UaClientPtr client(UA_Client_new());
+    Ua::Client client = Ua::newClient(Ua::silentLogger());
+    if (!client)
+        return 1;
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
-    UA_ClientConfig_setDefault(config);
-    if (config->logging)
-        config->logging->log = silentLog;
     config->timeout = static_cast<UA_UInt32>(intArgument(argc, argv, "--timeout-ms", 60000));
     const auto start = std::chrono::steady_clock::now();
     if (UA_Client_connect(client.get(), argv[1]) != UA_STATUSCODE_GOOD) {
@@ -165,7 +159,7 @@ int main(int argc, char** argv)
     walk.client = client.get();
     walk.browseBatch = static_cast<size_t>(intArgument(argc, argv, "--browse-batch", 1000));
     const size_t readBatch = static_cast<size_t>(intArgument(argc, argv, "--read-batch", 3000)) / 3;
-    UaNodeIdHolder objects;
+    Ua::NodeIdHolder objects;
     *objects = UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER);
     walk.seen.insert(key(*objects));
     walk.queue.push_back(std::move(objects));

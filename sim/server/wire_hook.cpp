@@ -155,16 +155,16 @@ size_t operationCount(const QByteArray& message)
     if (!readTypeIdAt(message, 0, &id, &length))
         return 0;
     if (id == encodingId(UA_TYPES_BROWSEREQUEST)) {
-        UaValue<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
+        Ua::Value<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
         return decodeBody(message, length, request.get(), UA_TYPES_BROWSEREQUEST) ? request->nodesToBrowseSize : 0;
     }
     if (id == encodingId(UA_TYPES_BROWSENEXTREQUEST)) {
-        UaValue<UA_BrowseNextRequest, UA_TYPES_BROWSENEXTREQUEST> request;
+        Ua::Value<UA_BrowseNextRequest, UA_TYPES_BROWSENEXTREQUEST> request;
         return decodeBody(message, length, request.get(), UA_TYPES_BROWSENEXTREQUEST) ? request->continuationPointsSize
                                                                                        : 0;
     }
     if (id == encodingId(UA_TYPES_READREQUEST)) {
-        UaValue<UA_ReadRequest, UA_TYPES_READREQUEST> request;
+        Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
         return decodeBody(message, length, request.get(), UA_TYPES_READREQUEST) ? request->nodesToReadSize : 0;
     }
     return 0;

@@ -23,7 +23,7 @@ QJsonObject json(const char* text)
 UA_StatusCode browseNodes(UA_Client* client, size_t count)
 {
     const UA_NodeId many = simNode("Many");
-    UaBrowseRequestHolder request;
+    Ua::BrowseRequestHolder request;
     request->nodesToBrowse =
         static_cast<UA_BrowseDescription*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_BROWSEDESCRIPTION]));
     request->nodesToBrowseSize = count;
@@ -32,7 +32,7 @@ UA_StatusCode browseNodes(UA_Client* client, size_t count)
         request->nodesToBrowse[i].browseDirection = UA_BROWSEDIRECTION_FORWARD;
         request->nodesToBrowse[i].resultMask = UA_BROWSERESULTMASK_ALL;
     }
-    UaBrowseResponseHolder response;
+    Ua::BrowseResponseHolder response;
     *response = UA_Client_Service_browse(client, *request);
     return response->responseHeader.serviceResult;
 }
@@ -41,14 +41,14 @@ UA_StatusCode browseNodes(UA_Client* client, size_t count)
 UA_StatusCode readNodes(UA_Client* client, size_t count)
 {
     const UA_NodeId variable = simNode("Many.V0");
-    UaReadRequestHolder request;
+    Ua::ReadRequestHolder request;
     request->nodesToRead = static_cast<UA_ReadValueId*>(UA_Array_new(count, &UA_TYPES[UA_TYPES_READVALUEID]));
     request->nodesToReadSize = count;
     for (size_t i = 0; i < count; ++i) {
         UA_NodeId_copy(&variable, &request->nodesToRead[i].nodeId);
         request->nodesToRead[i].attributeId = UA_ATTRIBUTEID_VALUE;
     }
-    UaReadResponseHolder response;
+    Ua::ReadResponseHolder response;
     *response = UA_Client_Service_read(client, *request);
     return response->responseHeader.serviceResult;
 }
@@ -56,7 +56,7 @@ UA_StatusCode readNodes(UA_Client* client, size_t count)
 // The value of a numeric namespace-0 variable as an unsigned number; -1 when the read fails.
 qint64 readCapability(UA_Client* client, UA_UInt32 node)
 {
-    UaVariantHolder value;
+    Ua::VariantHolder value;
     if (UA_Client_readValueAttribute(client, UA_NODEID_NUMERIC(0, node), value.get()) != UA_STATUSCODE_GOOD)
         return -1;
     if (UA_Variant_hasScalarType(value.get(), &UA_TYPES[UA_TYPES_UINT32]))
@@ -76,7 +76,7 @@ TEST(SimLimits, OperationLimitsRejectLargerRequestsAndArePublished)
         "limits": {"max_nodes_per_browse": 10, "max_nodes_per_read": 12}})"),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(browseNodes(client.get(), 10), UA_STATUSCODE_GOOD);
     EXPECT_EQ(browseNodes(client.get(), 11), UA_STATUSCODE_BADTOOMANYOPERATIONS);
@@ -92,7 +92,7 @@ TEST(SimLimits, WithoutLimitsLargeRequestsPassAndZeroIsPublished)
     QString error;
     ASSERT_TRUE(server.start(json(R"({"address_space": {"presets": ["many"], "many_children": 5}})"), &error))
         << error.toStdString();
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(browseNodes(client.get(), 2000), UA_STATUSCODE_GOOD);
     EXPECT_EQ(readNodes(client.get(), 5000), UA_STATUSCODE_GOOD);
@@ -106,7 +106,7 @@ TEST(SimLimits, PublishedBrowseContinuationPointsAreTheScenarios)
     QString error;
     ASSERT_TRUE(server.start(json(R"({"limits": {"max_browse_continuation_points": 50}})"), &error))
         << error.toStdString();
-    UaClientPtr client = newClient();
+    Ua::Client client = newClient();
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(readCapability(client.get(), UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXBROWSECONTINUATIONPOINTS), 50);
 }
@@ -119,7 +119,7 @@ TEST(SimLimits, PerOperationDelayMakesLargeRequestsSlowAndSingleNodesFast)
         "misbehaviour": {"delay_per_operation_ms": 40}})"),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient(1000);
+    Ua::Client client = newClient(1000);
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     EXPECT_EQ(readNodes(client.get(), 1), UA_STATUSCODE_GOOD);
     EXPECT_EQ(browseNodes(client.get(), 1), UA_STATUSCODE_GOOD);
@@ -137,7 +137,7 @@ TEST(SimLimits, PerOperationDelayCoversRequestsOfSeveralChunks)
         "misbehaviour": {"delay_per_operation_ms": 1}})"),
                              &error))
         << error.toStdString();
-    UaClientPtr client = newClient(1000);
+    Ua::Client client = newClient(1000);
     ASSERT_EQ(UA_Client_connect(client.get(), server.endpointUrl().toUtf8().constData()), UA_STATUSCODE_GOOD);
     // About 40 bytes a node: 5000 nodes need several 64 KiB chunks and 5 s of server time.
     EXPECT_EQ(readNodes(client.get(), 5000), UA_STATUSCODE_BADTIMEOUT);
