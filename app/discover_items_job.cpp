@@ -14,8 +14,9 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
+#include <QJsonArray>
 #include <QStringList>
+#include <QVector>
 
 #include <functional>
 
@@ -69,35 +70,38 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
 
     QList<ClientCore::BrowseItem> items;
     QStringList warnings;
-    ItemSnapshot snapshot;
-    int lastSnapshotCount = 0;
-    QElapsedTimer snapshotTimer;
-    snapshotTimer.start();
-    const std::function<void()> progress = [&]() {
-        const int count = items.size();
-        if (count - lastSnapshotCount < 20 && snapshotTimer.elapsed() < 400)
-            return;
-        lastSnapshotCount = count;
-        snapshotTimer.restart();
-        // Without a file nobody can see a snapshot, and keeping one current costs a pass over
-        // every item (a quarter of the CPU time of a 50 000-variable browse), so none is built;
-        // the pacing above runs the same either way.
-        if (snapshotPath.isEmpty())
-            return;
-        updateItemSnapshot(&snapshot, config, request, items, warnings);
-        // Progress is best effort: a snapshot that cannot be written changes nothing.
-        writeItemSnapshot(snapshot, snapshotPath);
-    };
-    if (!core.browseNodes(&items, &warnings, progress)) {
-        const QString message = plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
-        silencer.restore();
-        return failWith(ExitBrowseFailed, message);
+    {
+        ItemSnapshot snapshot;
+        SnapshotPacing pacing;
+        const std::function<void()> progress = [&]() {
+            if (!pacing.due(items.size()))
+                return;
+            pacing.begin(items.size());
+            // Without a file nobody can see a snapshot, and keeping one current costs a pass over
+            // every item, so none is built; the pacing runs the same either way.
+            if (!snapshotPath.isEmpty()) {
+                updateItemSnapshot(&snapshot, config, request, items, warnings);
+                // Progress is best effort: a snapshot that cannot be written changes nothing.
+                writeItemSnapshot(snapshot, snapshotPath);
+            }
+            pacing.end();
+        };
+        if (!core.browseNodes(&items, &warnings, progress, ClientCore::BrowseFetch::Batched)) {
+            const QString message =
+                plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
+            silencer.restore();
+            return failWith(ExitBrowseFailed, message);
+        }
     }
 
-    const QJsonObject result = buildResult(QStringLiteral("discover_items"), request, itemArrayFromBrowse(config, items),
-                                           warningArrayFrom(warnings));
+    // Written record by record: the items are the only copy of the result held whole.
+    const QVector<int> order = itemRecordOrder(items);
+    const QJsonObject result =
+        buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings));
     silencer.restore();
-    if (!writeResult(result, outputPath, &error))
+    if (!writeResultWithItems(
+            result, order.size(), [&](int i) { return buildItemCandidate(config, items.at(order.at(i))); }, outputPath,
+            &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

@@ -48,20 +48,31 @@ bool itemIdentifierLess(const QString& a, const QString& b)
     return a.compare(b, Qt::CaseInsensitive) < 0;
 }
 
+QVector<int> itemRecordOrder(const QList<ClientCore::BrowseItem>& items)
+{
+    QVector<int> order(items.size());
+    for (int i = 0; i < items.size(); ++i)
+        order[i] = i;
+    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
+    std::stable_sort(order.begin(), order.end(),
+                     [&items](int a, int b) { return itemIdentifierLess(items.at(a).nodeId, items.at(b).nodeId); });
+    QVector<int> reported;
+    reported.reserve(order.size());
+    QSet<QString> emitted;
+    for (int index : order) {
+        const QString& id = items.at(index).nodeId;
+        if (emitted.contains(id))
+            continue;
+        emitted.insert(id);
+        reported.append(index);
+    }
+    return reported;
+}
+
 QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items)
 {
-    QList<ClientCore::BrowseItem> sorted = items;
-    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
-    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
-        return itemIdentifierLess(a.nodeId, b.nodeId);
-    });
     QJsonArray array;
-    QSet<QString> emitted;
-    for (const ClientCore::BrowseItem& item : sorted) {
-        if (emitted.contains(item.nodeId))
-            continue;
-        emitted.insert(item.nodeId);
-        array.append(buildItemCandidate(config, item));
-    }
+    for (int index : itemRecordOrder(items))
+        array.append(buildItemCandidate(config, items.at(index)));
     return array;
 }
