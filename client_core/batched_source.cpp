@@ -20,6 +20,7 @@ const size_t firstBatch = 16;             // nodes or variables, before anything
 const size_t growth = 4;
 // Browse results fetched ahead and not yet asked for hold at most about this many references.
 const size_t aheadReferences = 200000;
+const size_t aheadNodes = 20000;
 const size_t aheadVariables = 20000;
 
 // What the source knows of a node, by its text.
@@ -32,11 +33,76 @@ enum NodeFlag : quint8 {
     ReadAlone = 32,     // its attributes are read in a request of their own
 };
 
-// A node to ask about: the text the walk knows it by and the NodeId the request carries.
+// A node to ask about: the text the walk knows it by, the NodeId the request carries, and its
+// place among the nodes found ahead (-1: none).
 struct Candidate
 {
     QString text;
     Ua::NodeIdHolder id;
+    int slot = -1;
+};
+
+struct NodeState
+{
+    quint8 flags = 0;     // NodeFlag bits
+    int browseSlot = -1;  // place in the Browse candidates
+    int readSlot = -1;    // place in the read candidates
+};
+
+// Nodes found ahead of the walk, in the order found. A node keeps its place; the place is empty
+// while the node is in a request and after it was answered.
+class CandidateList
+{
+public:
+    int add(Candidate candidate)
+    {
+        candidate.slot = int(slots_.size());
+        slots_.push_back(std::move(candidate));
+        return slots_.back().slot;
+    }
+
+    void putBack(Candidate candidate)
+    {
+        const int slot = candidate.slot;
+        slots_[size_t(slot)] = std::move(candidate);
+    }
+
+    // The node was answered: its place need not keep it.
+    void release(int slot)
+    {
+        if (slot < 0 || slot >= size())
+            return;
+        slots_[size_t(slot)].text = QString();
+        slots_[size_t(slot)].id = Ua::NodeIdHolder();
+    }
+
+    int size() const { return int(slots_.size()); }
+
+    // Up to `room` candidates that `wanted` accepts, nearest to `center` first in the walk's
+    // direction through siblings (backwards: from the last sibling to the first), then the other
+    // way; only a bounded stretch is looked at.
+    template <typename Wanted>
+    std::vector<Candidate> takeNear(int center, bool backwards, size_t room, const Wanted& wanted)
+    {
+        std::vector<Candidate> taken;
+        const int stretch = int(room) * 8 + 64;
+        for (int pass = 0; pass < 2; ++pass) {
+            const int step = (pass == 0) == backwards ? -1 : 1;
+            for (int i = center + step, looked = 0; i >= 0 && i < size() && looked < stretch && taken.size() < room;
+                 i += step, ++looked) {
+                Candidate& candidate = slots_[size_t(i)];
+                if (candidate.text.isEmpty() || !wanted(candidate.text))
+                    continue;
+                taken.push_back(std::move(candidate));
+                candidate.text = QString();
+                candidate.id = Ua::NodeIdHolder();
+            }
+        }
+        return taken;
+    }
+
+private:
+    std::vector<Candidate> slots_;
 };
 
 size_t referenceCount(const NodeBrowse& browse)
@@ -185,17 +251,25 @@ private:
 
     bool has(const QString& text, quint8 flag) const
     {
-        const auto found = flags_.constFind(text);
-        return found != flags_.constEnd() && (found.value() & flag) != 0;
+        const auto found = nodes_.constFind(text);
+        return found != nodes_.constEnd() && (found->flags & flag) != 0;
     }
 
-    void set(const QString& text, quint8 flag) { flags_[text] |= flag; }
+    void set(const QString& text, quint8 flag) { nodes_[text].flags |= flag; }
 
     void clear(const QString& text, quint8 flag)
     {
-        const auto found = flags_.find(text);
-        if (found != flags_.end())
-            found.value() &= quint8(~flag);
+        const auto found = nodes_.find(text);
+        if (found != nodes_.end())
+            found->flags &= quint8(~flag);
+    }
+
+    // Where the candidates near a node are looked for: its own place, else the end.
+    int placeOf(const QString& text, bool browse, const CandidateList& list) const
+    {
+        const auto found = nodes_.constFind(text);
+        const int slot = found == nodes_.constEnd() ? -1 : (browse ? found->browseSlot : found->readSlot);
+        return slot >= 0 ? slot : list.size();
     }
 
     // A request of several nodes that timed out may still keep the server busy, and the request
@@ -215,8 +289,9 @@ private:
 
     void addBrowseCandidate(const QString& text, Ua::NodeIdHolder id)
     {
-        set(text, Known | Unfetched);
-        browseCandidates_.push_back(Candidate{text, std::move(id)});
+        NodeState& state = nodes_[text];
+        state.flags |= Known | Unfetched;
+        state.browseSlot = browseCandidates_.add(Candidate{text, std::move(id), -1});
     }
 
     // Children the walk will queue once it handles this answer: local targets it can name, of
@@ -246,8 +321,9 @@ private:
                         Ua::NodeIdHolder id;
                         if (UA_NodeId_copy(&reference.nodeId.nodeId, id.get()) != UA_STATUSCODE_GOOD)
                             continue;
-                        set(child, VariableKnown | Unread);
-                        readCandidates_.push_back(Candidate{child, std::move(id)});
+                        NodeState& state = nodes_[child];
+                        state.flags |= VariableKnown | Unread;
+                        state.readSlot = readCandidates_.add(Candidate{child, std::move(id), -1});
                     }
                 }
             }
@@ -257,46 +333,48 @@ private:
     void keepBrowse(const QString& text, NodeBrowse outcome)
     {
         clear(text, Unfetched);
+        browseCandidates_.release(nodes_.value(text).browseSlot);
         discoverAhead(outcome);
         heldReferences_ += referenceCount(outcome);
         fetchedBrowse_[text] = std::move(outcome);
     }
 
-    // The next nodes to fetch along with the one asked for: the most recently found first, as the
-    // walk takes its work list from the end.
+    // The nodes to fetch along with the one asked for: its siblings in the order the walk takes
+    // them, while what was fetched ahead and not asked for yet stays small.
     std::vector<Candidate> takeBrowseCandidates(const QString& asked, size_t room)
     {
-        std::vector<Candidate> taken;
-        std::vector<Candidate> deferred;
-        while (taken.size() < room && heldReferences_ < aheadReferences && !browseCandidates_.empty()) {
-            Candidate candidate = std::move(browseCandidates_.back());
-            browseCandidates_.pop_back();
-            if (candidate.text == asked || !has(candidate.text, Unfetched))
-                continue;
-            if (has(candidate.text, BrowseAlone)) {
-                // Fetched by itself when the walk asks for it; kept out of every batch.
-                deferred.push_back(std::move(candidate));
-                continue;
-            }
-            taken.push_back(std::move(candidate));
-        }
-        for (auto it = deferred.rbegin(); it != deferred.rend(); ++it)
-            browseCandidates_.push_back(std::move(*it));
-        return taken;
+        if (heldReferences_ >= aheadReferences || fetchedBrowse_.size() >= aheadNodes)
+            return {};
+        return browseCandidates_.takeNear(placeOf(asked, true, browseCandidates_), true, room,
+                                          [this](const QString& text) {
+                                              const auto found = nodes_.constFind(text);
+                                              return found != nodes_.constEnd() && (found->flags & Unfetched)
+                                                  && !(found->flags & BrowseAlone);
+                                          });
     }
 
     void returnBrowseCandidates(std::vector<Candidate>* nodes, size_t from)
     {
         for (size_t i = from; i < nodes->size(); ++i)
-            browseCandidates_.push_back(std::move((*nodes)[i]));
+            returnBrowseCandidate(std::move((*nodes)[i]));
         nodes->resize(from);
+    }
+
+    void returnBrowseCandidate(Candidate candidate)
+    {
+        if (candidate.slot >= 0)
+            browseCandidates_.putBack(std::move(candidate));
+        else
+            nodes_[candidate.text].browseSlot = browseCandidates_.add(std::move(candidate));
     }
 
     void fetchBrowseBatch(const QString& asked, const UA_NodeId& node)
     {
         set(asked, Known);
+        // Fetched now, whatever happens to the others: never a candidate of its own batch.
+        browseCandidates_.release(nodes_.value(asked).browseSlot);
         std::vector<Candidate> nodes;
-        Candidate first{asked, Ua::NodeIdHolder()};
+        Candidate first{asked, Ua::NodeIdHolder(), -1};
         UA_NodeId_copy(&node, first.id.get());
         nodes.push_back(std::move(first));
         if (!has(asked, BrowseAlone)) {
@@ -371,7 +449,7 @@ private:
                 askedAgain = true;
             } else {
                 set(candidate.text, BrowseAlone);
-                browseCandidates_.push_back(std::move(candidate));
+                returnBrowseCandidate(std::move(candidate));
             }
         }
         if (askedAgain)
@@ -452,37 +530,33 @@ private:
         }
     }
 
+    // The variables read along with the one asked for: the siblings that follow it, as the walk
+    // meets them in this order.
     std::vector<Candidate> takeReadCandidates(const QString& asked, size_t room)
     {
-        std::vector<Candidate> taken;
-        std::vector<Candidate> deferred;
-        while (taken.size() < room && fetchedAttributes_.size() < aheadVariables && !readCandidates_.empty()) {
-            Candidate candidate = std::move(readCandidates_.back());
-            readCandidates_.pop_back();
-            if (candidate.text == asked || !has(candidate.text, Unread))
-                continue;
-            if (has(candidate.text, ReadAlone)) {
-                deferred.push_back(std::move(candidate));
-                continue;
-            }
-            taken.push_back(std::move(candidate));
-        }
-        for (auto it = deferred.rbegin(); it != deferred.rend(); ++it)
-            readCandidates_.push_back(std::move(*it));
-        return taken;
+        if (fetchedAttributes_.size() >= aheadVariables)
+            return {};
+        return readCandidates_.takeNear(placeOf(asked, false, readCandidates_), false, room,
+                                        [this](const QString& text) {
+                                            const auto found = nodes_.constFind(text);
+                                            return found != nodes_.constEnd() && (found->flags & Unread)
+                                                && !(found->flags & ReadAlone);
+                                        });
     }
 
     void keepAttributes(const QString& text, VariableAttributes attributes)
     {
         clear(text, Unread);
+        readCandidates_.release(nodes_.value(text).readSlot);
         fetchedAttributes_[text] = std::move(attributes);
     }
 
     void fetchReadBatch(const QString& asked, const UA_NodeId& node)
     {
         set(asked, VariableKnown);
+        readCandidates_.release(nodes_.value(asked).readSlot);
         std::vector<Candidate> variables;
-        Candidate first{asked, Ua::NodeIdHolder()};
+        Candidate first{asked, Ua::NodeIdHolder(), -1};
         UA_NodeId_copy(&node, first.id.get());
         variables.push_back(std::move(first));
         if (!has(asked, ReadAlone)) {
@@ -541,7 +615,7 @@ private:
             } else {
                 // A failing attribute is read again in a request of its own, as the walk would.
                 set(candidate.text, ReadAlone);
-                readCandidates_.push_back(std::move(candidate));
+                returnReadCandidate(std::move(candidate));
             }
         }
         if (askedAgain)
@@ -551,8 +625,16 @@ private:
     void returnReadCandidates(std::vector<Candidate>* variables, size_t from)
     {
         for (size_t i = from; i < variables->size(); ++i)
-            readCandidates_.push_back(std::move((*variables)[i]));
+            returnReadCandidate(std::move((*variables)[i]));
         variables->resize(from);
+    }
+
+    void returnReadCandidate(Candidate candidate)
+    {
+        if (candidate.slot >= 0)
+            readCandidates_.putBack(std::move(candidate));
+        else
+            nodes_[candidate.text].readSlot = readCandidates_.add(std::move(candidate));
     }
 
     UA_Client* client_;
@@ -561,11 +643,11 @@ private:
     BatchSize readSize_;
     size_t continuationPoints_ = 0;
 
-    QHash<QString, quint8> flags_;              // NodeFlag bits by node text
-    std::vector<Candidate> browseCandidates_;   // in the order found; may hold fetched ones
+    QHash<QString, NodeState> nodes_;
+    CandidateList browseCandidates_;
     std::unordered_map<QString, NodeBrowse> fetchedBrowse_;
     size_t heldReferences_ = 0;
-    std::vector<Candidate> readCandidates_;     // in the order found; may hold read ones
+    CandidateList readCandidates_;
     std::unordered_map<QString, VariableAttributes> fetchedAttributes_;
     QHash<QString, QPair<bool, ResolvedDataType>> resolvedTypes_;
 };
