@@ -6,12 +6,30 @@
 
 #include <algorithm>
 
+namespace {
+
+QString deviceUidPart(const QString& device)
+{
+    // Every record of a job has the same device: the expression runs once per device text.
+    static QString lastDevice;
+    static QString lastPart;
+    if (lastPart.isNull() || device != lastDevice) {
+        static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
+        QString part = device;
+        part.replace(unsafeRun, QStringLiteral("_"));
+        part.truncate(32);
+        lastDevice = device;
+        lastPart = part.isNull() ? QStringLiteral("") : part;
+    }
+    return lastPart;
+}
+
+} // namespace
+
 QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier)
 {
-    QString devicePart = config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address);
-    static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
-    devicePart.replace(unsafeRun, QStringLiteral("_"));
-    devicePart.truncate(32);
+    const QString devicePart =
+        deviceUidPart(config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address));
     const QString nodePart = QString::fromLatin1(
         QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
     return QStringLiteral("opcua_%1_%2").arg(devicePart, nodePart);

@@ -99,13 +99,18 @@ bool writeResultWithItems(const QJsonObject& result, int count, const std::funct
     QByteArray chunk;
     chunk.reserve(chunkSize + 4096);
     for (int i = 0; i < count; ++i) {
-        QByteArray text = QJsonDocument(record(i)).toJson(QJsonDocument::Indented);
-        text.chop(1);
-        text.replace('\n', "\n        ");
+        const QByteArray text = QJsonDocument(record(i)).toJson(QJsonDocument::Indented);
         if (i > 0)
             chunk.append(",\n");
         chunk.append("        ");
-        chunk.append(text);
+        // Every line break but the last one is followed by the deeper indentation.
+        int from = 0;
+        for (int end = text.indexOf('\n'); end >= 0 && end + 1 < text.size(); end = text.indexOf('\n', from)) {
+            chunk.append(text.constData() + from, end + 1 - from);
+            chunk.append("        ");
+            from = end + 1;
+        }
+        chunk.append(text.constData() + from, text.size() - from - (text.endsWith('\n') ? 1 : 0));
         if (chunk.size() >= chunkSize) {
             sink.write(chunk);
             chunk.resize(0);
