@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QStringList>
 #include <QVector>
 
@@ -70,38 +71,45 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
 
     QList<ClientCore::BrowseItem> items;
     QStringList warnings;
-    {
-        ItemSnapshot snapshot;
-        SnapshotPacing pacing;
-        const std::function<void()> progress = [&]() {
-            if (!pacing.due(items.size()))
-                return;
-            pacing.begin(items.size());
-            // Without a file nobody can see a snapshot, and keeping one current costs a pass over
-            // every item, so none is built; the pacing runs the same either way.
-            if (!snapshotPath.isEmpty()) {
-                updateItemSnapshot(&snapshot, config, request, items, warnings);
-                // Progress is best effort: a snapshot that cannot be written changes nothing.
-                writeItemSnapshot(snapshot, snapshotPath);
-            }
-            pacing.end();
-        };
-        if (!core.browseNodes(&items, &warnings, progress, ClientCore::BrowseFetch::Batched)) {
-            const QString message =
-                plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
-            silencer.restore();
-            return failWith(ExitBrowseFailed, message);
+    ItemSnapshot snapshot;
+    SnapshotPacing pacing;
+    const std::function<void()> progress = [&]() {
+        if (!pacing.due(items.size()))
+            return;
+        pacing.begin(items.size());
+        // Without a file nobody can see a snapshot, and keeping one current costs a pass over
+        // every item, so none is built; the pacing runs the same either way.
+        if (!snapshotPath.isEmpty()) {
+            updateItemSnapshot(&snapshot, config, request, items, warnings);
+            // Progress is best effort: a snapshot that cannot be written changes nothing.
+            writeItemSnapshot(snapshot, snapshotPath);
         }
+        pacing.end();
+    };
+    if (!core.browseNodes(&items, &warnings, progress, ClientCore::BrowseFetch::Batched)) {
+        const QString message = plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
+        silencer.restore();
+        return failWith(ExitBrowseFailed, message);
     }
 
-    // Written record by record: the items are the only copy of the result held whole.
-    const QVector<int> order = itemRecordOrder(items);
+    // Written record by record: besides the items, only the snapshot's compact records (when
+    // snapshots are kept) are held, and they are the records the result is written from.
     const QJsonObject result =
         buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings));
+    std::function<QByteArray(int)> record;
+    QVector<int> order;
+    if (!snapshotPath.isEmpty()) {
+        updateItemSnapshot(&snapshot, config, request, items, warnings);
+        order = snapshot.order;
+        record = [&](int i) { return snapshot.records.at(order.at(i)).json; };
+    } else {
+        order = itemRecordOrder(items);
+        record = [&](int i) {
+            return QJsonDocument(buildItemCandidate(config, items.at(order.at(i)))).toJson(QJsonDocument::Compact);
+        };
+    }
     silencer.restore();
-    if (!writeResultWithItems(
-            result, order.size(), [&](int i) { return buildItemCandidate(config, items.at(order.at(i))); }, outputPath,
-            &error))
+    if (!writeResultWithItems(result, order.size(), record, outputPath, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

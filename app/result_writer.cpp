@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -61,6 +62,58 @@ private:
     std::unique_ptr<AtomicFile> file_;
 };
 
+void appendIndent(QByteArray* out, int level)
+{
+    out->append(4 * level, ' ');
+}
+
+// The indented layout of the JSON library for a value written compactly, as it appears `level`
+// levels down: members and elements one to a line, four spaces a level, ": " after a key. The
+// compact text has no blanks outside strings, which are copied as they are.
+void appendIndented(const QByteArray& compact, int level, QByteArray* out)
+{
+    const char* data = compact.constData();
+    const int size = compact.size();
+    for (int i = 0; i < size; ++i) {
+        const char c = data[i];
+        switch (c) {
+        case '"': {
+            int end = i + 1;
+            while (end < size && data[end] != '"')
+                end += data[end] == '\\' ? 2 : 1;
+            out->append(data + i, std::min(end, size - 1) - i + 1);
+            i = end;
+            break;
+        }
+        case '{':
+        case '[':
+            out->append(c);
+            out->append('\n');
+            ++level;
+            if (i + 1 < size && data[i + 1] != '}' && data[i + 1] != ']')
+                appendIndent(out, level);
+            break;
+        case '}':
+        case ']':
+            --level;
+            if (i > 0 && data[i - 1] != '{' && data[i - 1] != '[')
+                out->append('\n');
+            appendIndent(out, level);
+            out->append(c);
+            break;
+        case ',':
+            out->append(",\n");
+            appendIndent(out, level);
+            break;
+        case ':':
+            out->append(": ");
+            break;
+        default:
+            out->append(c);
+        }
+    }
+}
+
 // Where the records go in the indented document of a result whose "items" is empty.
 const char emptyItems[] = "\n    \"items\": [\n    ]";
 const int recordsStart = int(sizeof "\n    \"items\": [\n") - 1;
@@ -77,7 +130,7 @@ bool writeResult(const QJsonObject& result, const QString& path, QString* error)
     return sink.commit(error);
 }
 
-bool writeResultWithItems(const QJsonObject& result, int count, const std::function<QJsonObject(int)>& record,
+bool writeResultWithItems(const QJsonObject& result, int count, const std::function<QByteArray(int)>& compactRecord,
                           const QString& path, QString* error)
 {
     QJsonObject withoutItems = result;
@@ -93,24 +146,15 @@ bool writeResultWithItems(const QJsonObject& result, int count, const std::funct
         return false;
     const int split = at + recordsStart;
     sink.write(envelope.left(split));
-    // Each record is an object two levels down: its own indented text, every line moved right by
-    // eight spaces, records separated by a comma and a line break.
+    // Records are objects two levels down, separated by a comma and a line break.
     const int chunkSize = 256 * 1024;
     QByteArray chunk;
-    chunk.reserve(chunkSize + 4096);
+    chunk.reserve(chunkSize + 8192);
     for (int i = 0; i < count; ++i) {
-        const QByteArray text = QJsonDocument(record(i)).toJson(QJsonDocument::Indented);
         if (i > 0)
             chunk.append(",\n");
-        chunk.append("        ");
-        // Every line break but the last one is followed by the deeper indentation.
-        int from = 0;
-        for (int end = text.indexOf('\n'); end >= 0 && end + 1 < text.size(); end = text.indexOf('\n', from)) {
-            chunk.append(text.constData() + from, end + 1 - from);
-            chunk.append("        ");
-            from = end + 1;
-        }
-        chunk.append(text.constData() + from, text.size() - from - (text.endsWith('\n') ? 1 : 0));
+        appendIndent(&chunk, 2);
+        appendIndented(compactRecord(i), 2, &chunk);
         if (chunk.size() >= chunkSize) {
             sink.write(chunk);
             chunk.resize(0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QString>
 
@@ -10,7 +11,8 @@
 bool writeResult(const QJsonObject& result, const QString& path, QString* error);
 
 // Writes exactly the bytes writeResult writes for `result` with `count` records under "items"
-// (the result's own "items" is not used), record i made by `record(i)` only when its turn
-// comes: the document is never held whole, however many records it has.
-bool writeResultWithItems(const QJsonObject& result, int count, const std::function<QJsonObject(int)>& record,
+// (the result's own "items" is not used). Record i comes as its compact JSON from
+// `compactRecord(i)`, only when its turn comes, and is written in the indented layout: the
+// document is never held whole, however many records it has.
+bool writeResultWithItems(const QJsonObject& result, int count, const std::function<QByteArray(int)>& compactRecord,
                           const QString& path, QString* error);

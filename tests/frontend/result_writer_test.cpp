@@ -44,10 +44,18 @@ namespace {
 QJsonObject record(int i)
 {
     return QJsonObject{{"external_id", QStringLiteral("ns=1;s=V%1").arg(i)},
-                       {"name", QStringLiteral("Folder \"A\".V%1 \u00e9\u4e2d").arg(i)},
+                       {"name", QStringLiteral("Folder \"A\".V%1 \u00e9\u4e2d {x}, [y]: \\\" \t").arg(i)},
                        {"unit", QString()},
+                       {"empty", QJsonObject()},
+                       {"none", QJsonArray()},
+                       {"numbers", QJsonArray{1, -2.5, 1e300, true, false, QJsonValue()}},
                        {"user_defined_fields", QJsonObject{{"identifier", QStringLiteral("ns=1;s=V%1").arg(i)},
-                                                           {"nested", QJsonObject{{"deeper", QJsonArray{1, "two"}}}}}}};
+                                                           {"nested", QJsonObject{{"deeper", QJsonArray{1, "two", QJsonArray{QJsonObject()}}}}}}}};
+}
+
+QByteArray compactRecord(int i)
+{
+    return QJsonDocument(record(i)).toJson(QJsonDocument::Compact);
 }
 
 // The same result with its records held in it, as the JSON library writes it.
@@ -79,7 +87,7 @@ TEST(WriteResultWithItems, BytesEqualTheWholeDocumentIndented)
         QTemporaryDir dir;
         const QString path = dir.filePath("out.json");
         QString error;
-        ASSERT_TRUE(writeResultWithItems(envelope(), count, record, path, &error)) << error.toStdString();
+        ASSERT_TRUE(writeResultWithItems(envelope(), count, compactRecord, path, &error)) << error.toStdString();
         EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count)) << count;
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.json"});
     }
@@ -91,7 +99,7 @@ TEST(WriteResultWithItems, MakesEachRecordOnceInOrder)
     QList<int> asked;
     QString error;
     ASSERT_TRUE(writeResultWithItems(
-        envelope(), 5, [&asked](int i) { asked.append(i); return record(i); }, dir.filePath("out.json"), &error));
+        envelope(), 5, [&asked](int i) { asked.append(i); return compactRecord(i); }, dir.filePath("out.json"), &error));
     EXPECT_EQ(asked, (QList<int>{0, 1, 2, 3, 4}));
 }
 
@@ -102,7 +110,7 @@ TEST(WriteResultWithItems, MissingDirectoryIsAnOpenErrorAndNothingIsMade)
     QString error;
     int asked = 0;
     EXPECT_FALSE(writeResultWithItems(
-        envelope(), 3, [&asked](int i) { ++asked; return record(i); }, path, &error));
+        envelope(), 3, [&asked](int i) { ++asked; return compactRecord(i); }, path, &error));
     EXPECT_EQ(error, "Unable to open output file: " + path);
     EXPECT_EQ(asked, 0);
 }
