@@ -152,6 +152,18 @@ struct BatchSize
     }
 };
 
+// One kind of question (Browse results, or variable attributes): the nodes found ahead, how
+// large a request may be, and which NodeState bits and place belong to it.
+struct Fetching
+{
+    CandidateList candidates;
+    BatchSize size;
+    quint8 pending;            // not answered yet
+    quint8 alone;              // asked in requests of their own
+    int NodeState::*slot;      // its place in `candidates`
+    bool backwards;            // the walk meets siblings from the last to the first
+};
+
 class BatchedSource : public NodeDataSource
 {
 public:
@@ -176,7 +188,10 @@ public:
     {
         auto fetched = fetchedBrowse_.find(nodeId);
         if (fetched == fetchedBrowse_.end()) {
-            fetchBrowseBatch(nodeId, node);
+            set(nodeId, Known);
+            std::vector<Candidate> batch = startBatch(
+                browsing_, nodeId, node, heldReferences_ < aheadReferences && fetchedBrowse_.size() < aheadNodes);
+            fetchBrowse(&batch);
             fetched = fetchedBrowse_.find(nodeId);
         }
         NodeBrowse outcome = std::move(fetched->second);
@@ -189,7 +204,9 @@ public:
     {
         auto fetched = fetchedAttributes_.find(nodeId);
         if (fetched == fetchedAttributes_.end()) {
-            fetchReadBatch(nodeId, node);
+            set(nodeId, VariableKnown);
+            std::vector<Candidate> batch = startBatch(reading_, nodeId, node, fetchedAttributes_.size() < aheadVariables);
+            fetchRead(&batch);
             fetched = fetchedAttributes_.find(nodeId);
         }
         VariableAttributes outcome = std::move(fetched->second);
@@ -243,9 +260,9 @@ private:
                 }
             }
         }
-        browseSize_.start(limits[0], browseCeiling);
+        browsing_.size.start(limits[0], browseCeiling);
         // Three attributes a variable; a limit below three still allows the one-variable read.
-        readSize_.start(limits[1] > 0 ? std::max<size_t>(1, limits[1] / 3) : 0, readCeiling / 3);
+        reading_.size.start(limits[1] > 0 ? std::max<size_t>(1, limits[1] / 3) : 0, readCeiling / 3);
         continuationPoints_ = limits[2];
     }
 
@@ -262,14 +279,6 @@ private:
         const auto found = nodes_.find(text);
         if (found != nodes_.end())
             found->flags &= quint8(~flag);
-    }
-
-    // Where the candidates near a node are looked for: its own place, else the end.
-    int placeOf(const QString& text, bool browse, const CandidateList& list) const
-    {
-        const auto found = nodes_.constFind(text);
-        const int slot = found == nodes_.constEnd() ? -1 : (browse ? found->browseSlot : found->readSlot);
-        return slot >= 0 ? slot : list.size();
     }
 
     // A request of several nodes that timed out may still keep the server busy, and the request
@@ -291,7 +300,7 @@ private:
     {
         NodeState& state = nodes_[text];
         state.flags |= Known | Unfetched;
-        state.browseSlot = browseCandidates_.add(Candidate{text, std::move(id), -1});
+        state.browseSlot = browsing_.candidates.add(Candidate{text, std::move(id), -1});
     }
 
     // Children the walk will queue once it handles this answer: local targets it can name, of
@@ -323,7 +332,7 @@ private:
                             continue;
                         NodeState& state = nodes_[child];
                         state.flags |= VariableKnown | Unread;
-                        state.readSlot = readCandidates_.add(Candidate{child, std::move(id), -1});
+                        state.readSlot = reading_.candidates.add(Candidate{child, std::move(id), -1});
                     }
                 }
             }
@@ -333,55 +342,66 @@ private:
     void keepBrowse(const QString& text, NodeBrowse outcome)
     {
         clear(text, Unfetched);
-        browseCandidates_.release(nodes_.value(text).browseSlot);
+        browsing_.candidates.release(nodes_.value(text).browseSlot);
         discoverAhead(outcome);
         heldReferences_ += referenceCount(outcome);
         fetchedBrowse_[text] = std::move(outcome);
     }
 
-    // The nodes to fetch along with the one asked for: its siblings in the order the walk takes
-    // them, while what was fetched ahead and not asked for yet stays small.
-    std::vector<Candidate> takeBrowseCandidates(const QString& asked, size_t room)
+    // The asked node first, then nodes near its place in the order the walk will ask for them,
+    // while what was fetched ahead and not asked for yet stays small.
+    std::vector<Candidate> startBatch(Fetching& kind, const QString& asked, const UA_NodeId& node, bool roomAhead)
     {
-        if (heldReferences_ >= aheadReferences || fetchedBrowse_.size() >= aheadNodes)
-            return {};
-        return browseCandidates_.takeNear(placeOf(asked, true, browseCandidates_), true, room,
-                                          [this](const QString& text) {
-                                              const auto found = nodes_.constFind(text);
-                                              return found != nodes_.constEnd() && (found->flags & Unfetched)
-                                                  && !(found->flags & BrowseAlone);
-                                          });
-    }
-
-    void returnBrowseCandidates(std::vector<Candidate>* nodes, size_t from)
-    {
-        for (size_t i = from; i < nodes->size(); ++i)
-            returnBrowseCandidate(std::move((*nodes)[i]));
-        nodes->resize(from);
-    }
-
-    void returnBrowseCandidate(Candidate candidate)
-    {
-        if (candidate.slot >= 0)
-            browseCandidates_.putBack(std::move(candidate));
-        else
-            nodes_[candidate.text].browseSlot = browseCandidates_.add(std::move(candidate));
-    }
-
-    void fetchBrowseBatch(const QString& asked, const UA_NodeId& node)
-    {
-        set(asked, Known);
+        NodeState& state = nodes_[asked];
         // Fetched now, whatever happens to the others: never a candidate of its own batch.
-        browseCandidates_.release(nodes_.value(asked).browseSlot);
-        std::vector<Candidate> nodes;
+        kind.candidates.release(state.*kind.slot);
+        const bool alone = state.flags & kind.alone;
+        const int place = state.*kind.slot >= 0 ? state.*kind.slot : kind.candidates.size();
+        std::vector<Candidate> batch;
         Candidate first{asked, Ua::NodeIdHolder(), -1};
         UA_NodeId_copy(&node, first.id.get());
-        nodes.push_back(std::move(first));
-        if (!has(asked, BrowseAlone)) {
-            for (Candidate& candidate : takeBrowseCandidates(asked, browseSize_.current - 1))
-                nodes.push_back(std::move(candidate));
-        }
-        fetchBrowse(&nodes);
+        batch.push_back(std::move(first));
+        if (alone || !roomAhead)
+            return batch;
+        const auto wanted = [this, &kind](const QString& text) {
+            const auto found = nodes_.constFind(text);
+            return found != nodes_.constEnd() && (found->flags & kind.pending) && !(found->flags & kind.alone);
+        };
+        for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - 1, wanted))
+            batch.push_back(std::move(candidate));
+        return batch;
+    }
+
+    // A request of several nodes failed: after a lost connection or a time-out only the asked
+    // node's own answer counts; anything else may be the size, and half of the batch is asked again.
+    void shrinkAfterFailure(Fetching& kind, std::vector<Candidate>* batch, UA_StatusCode status)
+    {
+        kind.size.failed(batch->size(), status);
+        drainAfterTimeout(status);
+        giveBack(kind, batch, isConnectionLoss(status) ? 1 : std::max<size_t>(1, batch->size() / 2));
+    }
+
+    // A node whose answer in a batch may be the batch's doing is asked later in a request of its own.
+    void askAlone(Fetching& kind, Candidate candidate)
+    {
+        set(candidate.text, kind.alone);
+        giveBack(kind, std::move(candidate));
+    }
+
+    // The batch keeps its first `keep` nodes; the others become candidates again.
+    void giveBack(Fetching& kind, std::vector<Candidate>* batch, size_t keep)
+    {
+        for (size_t i = keep; i < batch->size(); ++i)
+            giveBack(kind, std::move((*batch)[i]));
+        batch->resize(keep);
+    }
+
+    void giveBack(Fetching& kind, Candidate candidate)
+    {
+        if (candidate.slot >= 0)
+            kind.candidates.putBack(std::move(candidate));
+        else
+            nodes_[candidate.text].*kind.slot = kind.candidates.add(std::move(candidate));
     }
 
     // Browses the nodes (the asked one first) and keeps every answer that counts as the node's
@@ -405,7 +425,7 @@ private:
                 described = describeWalkBrowse(*(*nodes)[i].id, &request->nodesToBrowse[i]);
         }
         if (!described) {
-            returnBrowseCandidates(nodes, 1);
+            giveBack(browsing_, nodes, 1);
             fetchBrowse(nodes);
             return;
         }
@@ -414,15 +434,11 @@ private:
         Ua::BrowseResponseHolder response = Ua::browse(client_, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != nodes->size()) {
-            browseSize_.failed(nodes->size(), status);
-            drainAfterTimeout(status);
-            // After a lost connection or a time-out only the asked node's own answer counts;
-            // anything else may be the size: half of it is asked again.
-            returnBrowseCandidates(nodes, isConnectionLoss(status) ? 1 : std::max<size_t>(1, nodes->size() / 2));
+            shrinkAfterFailure(browsing_, nodes, status);
             fetchBrowse(nodes);
             return;
         }
-        browseSize_.measured(nodes->size(), timer.elapsed(), timeoutMs_);
+        browsing_.size.measured(nodes->size(), timer.elapsed(), timeoutMs_);
 
         std::vector<BrowseChain> chains(nodes->size());
         std::vector<bool> answered(nodes->size(), true);
@@ -448,8 +464,7 @@ private:
             } else if (i == 0) {
                 askedAgain = true;
             } else {
-                set(candidate.text, BrowseAlone);
-                returnBrowseCandidate(std::move(candidate));
+                askAlone(browsing_, std::move(candidate));
             }
         }
         if (askedAgain)
@@ -530,40 +545,11 @@ private:
         }
     }
 
-    // The variables read along with the one asked for: the siblings that follow it, as the walk
-    // meets them in this order.
-    std::vector<Candidate> takeReadCandidates(const QString& asked, size_t room)
-    {
-        if (fetchedAttributes_.size() >= aheadVariables)
-            return {};
-        return readCandidates_.takeNear(placeOf(asked, false, readCandidates_), false, room,
-                                        [this](const QString& text) {
-                                            const auto found = nodes_.constFind(text);
-                                            return found != nodes_.constEnd() && (found->flags & Unread)
-                                                && !(found->flags & ReadAlone);
-                                        });
-    }
-
     void keepAttributes(const QString& text, VariableAttributes attributes)
     {
         clear(text, Unread);
-        readCandidates_.release(nodes_.value(text).readSlot);
+        reading_.candidates.release(nodes_.value(text).readSlot);
         fetchedAttributes_[text] = std::move(attributes);
-    }
-
-    void fetchReadBatch(const QString& asked, const UA_NodeId& node)
-    {
-        set(asked, VariableKnown);
-        readCandidates_.release(nodes_.value(asked).readSlot);
-        std::vector<Candidate> variables;
-        Candidate first{asked, Ua::NodeIdHolder(), -1};
-        UA_NodeId_copy(&node, first.id.get());
-        variables.push_back(std::move(first));
-        if (!has(asked, ReadAlone)) {
-            for (Candidate& candidate : takeReadCandidates(asked, readSize_.current - 1))
-                variables.push_back(std::move(candidate));
-        }
-        fetchRead(&variables);
     }
 
     void fetchRead(std::vector<Candidate>* variables)
@@ -586,7 +572,7 @@ private:
             }
         }
         if (!described) {
-            returnReadCandidates(variables, 1);
+            giveBack(reading_, variables, 1);
             fetchRead(variables);
             return;
         }
@@ -595,13 +581,11 @@ private:
         const Ua::ReadResponseHolder response = Ua::read(client_, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != count) {
-            readSize_.failed(variables->size(), status);
-            drainAfterTimeout(status);
-            returnReadCandidates(variables, isConnectionLoss(status) ? 1 : std::max<size_t>(1, variables->size() / 2));
+            shrinkAfterFailure(reading_, variables, status);
             fetchRead(variables);
             return;
         }
-        readSize_.measured(variables->size(), timer.elapsed(), timeoutMs_);
+        reading_.size.measured(variables->size(), timer.elapsed(), timeoutMs_);
         bool askedAgain = false;
         for (size_t v = 0; v < variables->size(); ++v) {
             const UA_DataValue* results = response->results + 3 * v;
@@ -613,41 +597,22 @@ private:
             } else if (v == 0) {
                 askedAgain = true;
             } else {
-                // A failing attribute is read again in a request of its own, as the walk would.
-                set(candidate.text, ReadAlone);
-                returnReadCandidate(std::move(candidate));
+                askAlone(reading_, std::move(candidate));
             }
         }
         if (askedAgain)
             keepAttributes(asked, readAttributesAlone(client_, *variables->front().id));
     }
 
-    void returnReadCandidates(std::vector<Candidate>* variables, size_t from)
-    {
-        for (size_t i = from; i < variables->size(); ++i)
-            returnReadCandidate(std::move((*variables)[i]));
-        variables->resize(from);
-    }
-
-    void returnReadCandidate(Candidate candidate)
-    {
-        if (candidate.slot >= 0)
-            readCandidates_.putBack(std::move(candidate));
-        else
-            nodes_[candidate.text].readSlot = readCandidates_.add(std::move(candidate));
-    }
-
     UA_Client* client_;
     int timeoutMs_;
-    BatchSize browseSize_;
-    BatchSize readSize_;
+    Fetching browsing_{{}, {}, Unfetched, BrowseAlone, &NodeState::browseSlot, true};
+    Fetching reading_{{}, {}, Unread, ReadAlone, &NodeState::readSlot, false};
     size_t continuationPoints_ = 0;
 
     QHash<QString, NodeState> nodes_;
-    CandidateList browseCandidates_;
     std::unordered_map<QString, NodeBrowse> fetchedBrowse_;
     size_t heldReferences_ = 0;
-    CandidateList readCandidates_;
     std::unordered_map<QString, VariableAttributes> fetchedAttributes_;
     QHash<QString, QPair<bool, ResolvedDataType>> resolvedTypes_;
 };
