@@ -15,8 +15,10 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QStringList>
+#include <QVector>
 
 #include <functional>
 
@@ -73,34 +75,44 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     QList<ClientCore::BrowseItem> items;
     QStringList warnings;
     ItemSnapshot snapshot;
-    int lastSnapshotCount = 0;
-    QElapsedTimer snapshotTimer;
-    snapshotTimer.start();
+    SnapshotPacing pacing;
     const std::function<void()> progress = [&]() {
-        const int count = items.size();
-        if (count - lastSnapshotCount < 20 && snapshotTimer.elapsed() < 400)
+        if (!pacing.due(items.size()))
             return;
-        lastSnapshotCount = count;
-        snapshotTimer.restart();
+        pacing.begin(items.size());
         // Without a file nobody can see a snapshot, and keeping one current costs a pass over
-        // every item (a quarter of the CPU time of a 50 000-variable browse), so none is built;
-        // the pacing above runs the same either way.
-        if (snapshotPath.isEmpty())
-            return;
-        updateItemSnapshot(&snapshot, config, request, items, warnings);
-        // Progress is best effort: a snapshot that cannot be written changes nothing.
-        writeItemSnapshot(snapshot, snapshotPath);
+        // every item, so none is built; the pacing runs the same either way.
+        if (!snapshotPath.isEmpty()) {
+            updateItemSnapshot(&snapshot, config, request, items, warnings);
+            // Progress is best effort: a snapshot that cannot be written changes nothing.
+            writeItemSnapshot(snapshot, snapshotPath);
+        }
+        pacing.end();
     };
-    if (!core.browseNodes(&items, &warnings, progress)) {
+    if (!core.browseNodes(&items, &warnings, progress, ClientCore::BrowseFetch::Batched)) {
         const QString message = plugin.statusText.isEmpty() ? QStringLiteral("OPC UA browse failed") : plugin.statusText;
         silencer.restore();
         return failWith(ExitBrowseFailed, message);
     }
 
-    const QJsonObject result = buildResult(QStringLiteral("discover_items"), request, itemArrayFromBrowse(config, items),
-                                           warningArrayFrom(warnings));
+    // Written record by record: besides the items, only the snapshot's compact records (when
+    // snapshots are kept) are held, and they are the records the result is written from.
+    const QJsonObject result =
+        buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings));
+    std::function<QByteArray(int)> record;
+    QVector<int> order;
+    if (!snapshotPath.isEmpty()) {
+        updateItemSnapshot(&snapshot, config, request, items, warnings);
+        order = snapshot.order;
+        record = [&](int i) { return snapshot.records.at(order.at(i)).json; };
+    } else {
+        order = itemRecordOrder(items);
+        record = [&](int i) {
+            return QJsonDocument(buildItemCandidate(config, items.at(order.at(i)))).toJson(QJsonDocument::Compact);
+        };
+    }
     silencer.restore();
-    if (!writeResult(result, outputPath, &error))
+    if (!writeResultWithItems(result, order.size(), record, outputPath, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

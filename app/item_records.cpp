@@ -6,12 +6,30 @@
 
 #include <algorithm>
 
+namespace {
+
+QString deviceUidPart(const QString& device)
+{
+    // Every record of a job has the same device: the expression runs once per device text.
+    static QString lastDevice;
+    static QString lastPart;
+    if (lastPart.isNull() || device != lastDevice) {
+        static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
+        QString part = device;
+        part.replace(unsafeRun, QStringLiteral("_"));
+        part.truncate(32);
+        lastDevice = device;
+        lastPart = part.isNull() ? QStringLiteral("") : part;
+    }
+    return lastPart;
+}
+
+} // namespace
+
 QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier)
 {
-    QString devicePart = config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address);
-    static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
-    devicePart.replace(unsafeRun, QStringLiteral("_"));
-    devicePart.truncate(32);
+    const QString devicePart =
+        deviceUidPart(config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address));
     const QString nodePart = QString::fromLatin1(
         QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
     return QStringLiteral("opcua_%1_%2").arg(devicePart, nodePart);
@@ -48,20 +66,31 @@ bool itemIdentifierLess(const QString& a, const QString& b)
     return a.compare(b, Qt::CaseInsensitive) < 0;
 }
 
+QVector<int> itemRecordOrder(const QList<ClientCore::BrowseItem>& items)
+{
+    QVector<int> order(items.size());
+    for (int i = 0; i < items.size(); ++i)
+        order[i] = i;
+    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
+    std::stable_sort(order.begin(), order.end(),
+                     [&items](int a, int b) { return itemIdentifierLess(items.at(a).nodeId, items.at(b).nodeId); });
+    QVector<int> reported;
+    reported.reserve(order.size());
+    QSet<QString> emitted;
+    for (int index : order) {
+        const QString& id = items.at(index).nodeId;
+        if (emitted.contains(id))
+            continue;
+        emitted.insert(id);
+        reported.append(index);
+    }
+    return reported;
+}
+
 QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items)
 {
-    QList<ClientCore::BrowseItem> sorted = items;
-    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
-    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
-        return itemIdentifierLess(a.nodeId, b.nodeId);
-    });
     QJsonArray array;
-    QSet<QString> emitted;
-    for (const ClientCore::BrowseItem& item : sorted) {
-        if (emitted.contains(item.nodeId))
-            continue;
-        emitted.insert(item.nodeId);
-        array.append(buildItemCandidate(config, item));
-    }
+    for (int index : itemRecordOrder(items))
+        array.append(buildItemCandidate(config, items.at(index)));
     return array;
 }

@@ -41,6 +41,31 @@ bool recordIsCurrent(const ItemSnapshot::Record& record, const ClientCore::Brows
 
 } // namespace
 
+SnapshotPacing::SnapshotPacing()
+{
+    sinceBegin_.start();
+    sinceEnd_.start();
+}
+
+bool SnapshotPacing::due(int itemCount) const
+{
+    if (itemCount - lastCount_ < 20 && sinceBegin_.elapsed() < 400)
+        return false;
+    return sinceEnd_.nsecsElapsed() >= 4 * lastCostNs_;
+}
+
+void SnapshotPacing::begin(int itemCount)
+{
+    lastCount_ = itemCount;
+    sinceBegin_.restart();
+}
+
+void SnapshotPacing::end()
+{
+    lastCostNs_ = sinceBegin_.nsecsElapsed();
+    sinceEnd_.restart();
+}
+
 void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& config, const QJsonObject& request,
                         const QList<ClientCore::BrowseItem>& items, const QStringList& warnings)
 {

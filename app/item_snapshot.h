@@ -4,6 +4,7 @@
 #include "client_core/opc_ua_client_core.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QList>
 #include <QSet>
@@ -33,6 +34,27 @@ struct ItemSnapshot
     QStringList warnings;      // the warnings that tail was built from
     QByteArray tail;           // everything after the item records
     bool tailBuilt = false;
+};
+
+// When the next progress snapshot is due. As items arrive: after 20 new items or 400 ms since
+// the last snapshot began, and only once the time since the last snapshot ended is at least
+// four times what that snapshot took. Each snapshot holds every item so far, so on a large
+// address space the second rule keeps snapshots to about a fifth of the time; on a small one
+// snapshots are quick and the first rule alone decides.
+class SnapshotPacing
+{
+public:
+    SnapshotPacing();
+    bool due(int itemCount) const;
+    // Call when a snapshot begins and when it is done (also when none was written).
+    void begin(int itemCount);
+    void end();
+
+private:
+    int lastCount_ = 0;
+    QElapsedTimer sinceBegin_;
+    QElapsedTimer sinceEnd_;
+    qint64 lastCostNs_ = 0;
 };
 
 // Brings the snapshot up to date with the browse so far.

@@ -72,7 +72,13 @@ public:
     static void loggerMethod(void* context, UA_LogLevel level, UA_LogCategory category, const char* format,
                              va_list args);
 
-    bool browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress);
+    // How the browse asks the server: one request per question, each for one node, as the walk
+    // asks (the reference), or requests of many nodes fetched ahead of the walk. The items and
+    // warnings are the same.
+    enum class BrowseFetch { OneByOne, Batched };
+
+    bool browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress,
+                     BrowseFetch fetch = BrowseFetch::OneByOne);
 
     bool readNode(Node* node);
     bool convertValueToNode(Node* node, UA_Variant* value);

@@ -129,6 +129,12 @@ int main(int argc, char** argv)
     }
     // The stack browses its own nodes while it builds and starts, so the limit comes last.
     UA_Server_getConfig(server)->maxReferencesPerNode = scenario.addressSpace.maxReferencesPerNode;
+    if (!opcua_sim::applyOperationLimits(server, scenario, &error)) {
+        UA_Server_run_shutdown(server);
+        UA_Server_delete(server);
+        opcua_sim::releaseHistory();
+        return fail(error);
+    }
     opcua_sim::writeRequestStats(hook.stats);
     std::printf("ready %u\n", static_cast<unsigned>(scenario.port));
     std::fflush(stdout);

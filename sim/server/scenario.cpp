@@ -243,11 +243,36 @@ bool readAddressSpace(const QJsonObject& object, AddressSpaceSettings* space, QS
            readNumber(object, "max_references_per_node", 0, 0x7fffffff, &space->maxReferencesPerNode, error);
 }
 
+bool readDuration(const QJsonObject& object, const QString& key, double* out, QString* error)
+{
+    if (!object.contains(key))
+        return true;
+    const QJsonValue value = object.value(key);
+    if (!value.isDouble() || value.toDouble() < 0 || value.toDouble() > 60000) {
+        *error = QStringLiteral("\"%1\" must be a number from 0 to 60000").arg(key);
+        return false;
+    }
+    *out = value.toDouble();
+    return true;
+}
+
+bool readLimits(const QJsonObject& object, OperationLimits* limits, QString* error)
+{
+    return onlyKnownKeys(object, {"max_nodes_per_browse", "max_nodes_per_read", "max_browse_continuation_points"},
+                         "\"limits\"", error) &&
+           readNumber(object, "max_nodes_per_browse", 0, 0x7fffffff, &limits->maxNodesPerBrowse, error) &&
+           readNumber(object, "max_nodes_per_read", 0, 0x7fffffff, &limits->maxNodesPerRead, error) &&
+           readNumber(object, "max_browse_continuation_points", 0, 65535, &limits->maxBrowseContinuationPoints, error);
+}
+
 bool readMisbehaviour(const QJsonObject& object, MisbehaviourSettings* settings, QString* error)
 {
-    return onlyKnownKeys(object, {"delay_ms", "delay_after", "delay_services", "drop_after", "drop_services"},
+    return onlyKnownKeys(object,
+                         {"delay_ms", "delay_after", "delay_services", "delay_per_operation_ms", "drop_after",
+                          "drop_services"},
                          "\"misbehaviour\"", error) &&
            readNumber(object, "delay_ms", 0, 3600000, &settings->delayMs, error) &&
+           readDuration(object, "delay_per_operation_ms", &settings->delayPerOperationMs, error) &&
            readNumber(object, "delay_after", 0, 1LL << 40, &settings->delayAfter, error) &&
            readStringList(object, "delay_services", &settings->delayServices, error) &&
            readNumber(object, "drop_after", -1, 1LL << 40, &settings->dropAfter, error) &&
@@ -286,11 +311,11 @@ bool scenarioFromJson(const QJsonObject& json, Scenario* scenario, QString* erro
     result.application.productUri = QStringLiteral("urn:discover:opcua_sim:product");
     result.endpoints.append(EndpointSettings{1, securityPolicyUri("None"), -1});
 
-    QJsonObject application, findServers, addressSpace, misbehaviour;
+    QJsonObject application, findServers, addressSpace, limits, misbehaviour;
     const bool ok =
         onlyKnownKeys(json,
                       {"listen", "port", "advertised_host", "path", "application", "endpoints", "anonymous", "users",
-                       "find_servers", "address_space", "misbehaviour", "description"},
+                       "find_servers", "address_space", "limits", "misbehaviour", "description"},
                       "the scenario", error) &&
         readString(json, "listen", &result.listen, error) && readNumber(json, "port", 1, 65535, &result.port, error) &&
         readString(json, "advertised_host", &result.advertisedHost, error) &&
@@ -302,6 +327,7 @@ bool scenarioFromJson(const QJsonObject& json, Scenario* scenario, QString* erro
         readObject(json, "find_servers", &findServers, error) && readFindServers(findServers, &result, error) &&
         readObject(json, "address_space", &addressSpace, error) &&
         readAddressSpace(addressSpace, &result.addressSpace, error) &&
+        readObject(json, "limits", &limits, error) && readLimits(limits, &result.limits, error) &&
         readObject(json, "misbehaviour", &misbehaviour, error) &&
         readMisbehaviour(misbehaviour, &result.misbehaviour, error);
     if (!ok)

@@ -41,9 +41,18 @@ struct AddressSpaceSettings
     quint32 maxReferencesPerNode = 0;
 };
 
+// Service limits the server enforces and publishes in Server.ServerCapabilities.
+struct OperationLimits
+{
+    quint32 maxNodesPerBrowse = 0;            // 0: no limit
+    quint32 maxNodesPerRead = 0;              // 0: no limit
+    int maxBrowseContinuationPoints = -1;     // published value; -1: the stack's own
+};
+
 struct MisbehaviourSettings
 {
     int delayMs = 0;
+    double delayPerOperationMs = 0;           // per node of a Browse / BrowseNext / Read request
     qint64 delayAfter = 0;
     QStringList delayServices;
     qint64 dropAfter = -1;
@@ -64,6 +73,7 @@ struct Scenario
     bool findServersSelf = true;
     QList<ApplicationSettings> extraServers;
     AddressSpaceSettings addressSpace;
+    OperationLimits limits;
     MisbehaviourSettings misbehaviour;
 };
 

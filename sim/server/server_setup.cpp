@@ -255,6 +255,28 @@ bool configureServer(UA_ServerConfig* config, const Scenario& scenario, QString*
     return true;
 }
 
+bool applyOperationLimits(UA_Server* server, const Scenario& scenario, QString* error)
+{
+    // The stack publishes the operation limits straight from its configuration.
+    const OperationLimits& limits = scenario.limits;
+    UA_ServerConfig* config = UA_Server_getConfig(server);
+    config->maxNodesPerBrowse = limits.maxNodesPerBrowse;
+    config->maxNodesPerRead = limits.maxNodesPerRead;
+    if (limits.maxBrowseContinuationPoints < 0)
+        return true;
+    const UA_UInt16 points = static_cast<UA_UInt16>(limits.maxBrowseContinuationPoints);
+    UA_Variant value;
+    UA_Variant_setScalar(&value, const_cast<UA_UInt16*>(&points), &UA_TYPES[UA_TYPES_UINT16]);
+    const UA_StatusCode status = UA_Server_writeValue(
+        server, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERCAPABILITIES_MAXBROWSECONTINUATIONPOINTS), value);
+    if (status != UA_STATUSCODE_GOOD) {
+        *error = QStringLiteral("publishing MaxBrowseContinuationPoints failed: %1")
+                     .arg(QString::fromLatin1(UA_StatusCode_name(status)));
+        return false;
+    }
+    return true;
+}
+
 UA_ConnectionManager* tcpConnectionManager(UA_ServerConfig* config)
 {
     if (!config->eventLoop)

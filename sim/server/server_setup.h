@@ -11,6 +11,11 @@ namespace opcua_sim {
 // users. The caller creates the server from it with UA_Server_newWithConfig.
 bool configureServer(UA_ServerConfig* config, const Scenario& scenario, QString* error);
 
+// Applies the scenario's operation limits to the running server and publishes them in
+// Server.ServerCapabilities. Call after the start-up: the stack's own start-up work must not
+// meet them.
+bool applyOperationLimits(UA_Server* server, const Scenario& scenario, QString* error);
+
 // The TCP connection manager of the configuration's event loop (null if there is none).
 UA_ConnectionManager* tcpConnectionManager(UA_ServerConfig* config);
 

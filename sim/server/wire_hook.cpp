@@ -32,12 +32,12 @@ void writeUInt32(char* data, quint32 value)
 }
 
 // The type id that starts a message body: only the numeric encodings occur for services.
-bool readTypeId(const QByteArray& chunk, quint32* id, int* length)
+bool readTypeIdAt(const QByteArray& bytes, int offset, quint32* id, int* length)
 {
-    if (chunk.size() < symmetricBodyOffset + 2)
+    if (bytes.size() < offset + 2)
         return false;
-    const auto* data = reinterpret_cast<const unsigned char*>(chunk.constData()) + symmetricBodyOffset;
-    const int available = chunk.size() - symmetricBodyOffset;
+    const auto* data = reinterpret_cast<const unsigned char*>(bytes.constData()) + offset;
+    const int available = bytes.size() - offset;
     switch (data[0]) {
     case 0x00:
         *id = data[1];
@@ -58,6 +58,11 @@ bool readTypeId(const QByteArray& chunk, quint32* id, int* length)
     default:
         return false;
     }
+}
+
+bool readTypeId(const QByteArray& chunk, quint32* id, int* length)
+{
+    return readTypeIdAt(chunk, symmetricBodyOffset, id, length);
 }
 
 quint32 encodingId(int typeIndex)
@@ -82,12 +87,15 @@ bool matches(const QStringList& services, const QString& name)
     return services.isEmpty() || services.contains(name);
 }
 
-void interruptibleSleep(const WireHook& hook, int ms)
+void interruptibleSleep(const WireHook& hook, qint64 microseconds)
 {
     QElapsedTimer timer;
     timer.start();
-    while (timer.elapsed() < ms && (!hook.running || *hook.running))
-        QThread::msleep(static_cast<unsigned long>(qMin<qint64>(20, ms - timer.elapsed())));
+    qint64 left = microseconds;
+    while (left > 0 && (!hook.running || *hook.running)) {
+        QThread::usleep(static_cast<unsigned long>(qMin<qint64>(20000, left)));
+        left = microseconds - timer.nsecsElapsed() / 1000;
+    }
 }
 
 // Replaces the body of a single-chunk message of a None channel, fixing the size field.
@@ -132,6 +140,43 @@ bool rewriteRead(QByteArray* chunk, int bodyOffset)
         }
     }
     return changed && encodeInto(*chunk, bodyOffset, *request, UA_TYPES_READREQUEST, chunk);
+}
+
+bool delaysPerOperation(const QString& name)
+{
+    return name == QLatin1String("Browse") || name == QLatin1String("BrowseNext") || name == QLatin1String("Read");
+}
+
+// The number of nodes a whole request (type id and body, all chunks joined) asks about.
+size_t operationCount(const QByteArray& message)
+{
+    quint32 id = 0;
+    int length = 0;
+    if (!readTypeIdAt(message, 0, &id, &length))
+        return 0;
+    if (id == encodingId(UA_TYPES_BROWSEREQUEST)) {
+        Ua::Value<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
+        return decodeBody(message, length, request.get(), UA_TYPES_BROWSEREQUEST) ? request->nodesToBrowseSize : 0;
+    }
+    if (id == encodingId(UA_TYPES_BROWSENEXTREQUEST)) {
+        Ua::Value<UA_BrowseNextRequest, UA_TYPES_BROWSENEXTREQUEST> request;
+        return decodeBody(message, length, request.get(), UA_TYPES_BROWSENEXTREQUEST) ? request->continuationPointsSize
+                                                                                       : 0;
+    }
+    if (id == encodingId(UA_TYPES_READREQUEST)) {
+        Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
+        return decodeBody(message, length, request.get(), UA_TYPES_READREQUEST) ? request->nodesToReadSize : 0;
+    }
+    return 0;
+}
+
+// A server that spends a fixed time on every node of a request: a large batch takes long, a
+// single node does not.
+void delayForOperations(const WireHook& hook, ConnectionState* connection)
+{
+    const size_t count = operationCount(connection->requestBody);
+    connection->requestBody.clear();
+    interruptibleSleep(hook, static_cast<qint64>(double(count) * hook.scenario->misbehaviour.delayPerOperationMs * 1000));
 }
 
 UA_String uaString(const QString& text)
@@ -251,9 +296,17 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
     const char chunkType = chunk->at(3);
     if (connection->inboundContinuation) {
         connection->inboundContinuation = chunkType == 'C';
+        if (!connection->requestBody.isEmpty()) {
+            connection->requestBody += chunk->mid(symmetricBodyOffset);
+            if (chunkType == 'F')
+                delayForOperations(*hook, connection);
+            else if (chunkType == 'A')
+                connection->requestBody.clear();
+        }
         return Verdict::Forward;
     }
     connection->inboundContinuation = chunkType == 'C';
+    connection->requestBody.clear();
 
     const QString name = serviceName(*hook, *chunk, *connection);
     quint32 id = 0;
@@ -274,9 +327,16 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
     if (misbehaviour.delayMs > 0 && matches(misbehaviour.delayServices, name)) {
         if (hook->delayMatched >= misbehaviour.delayAfter) {
             countEvent(&hook->stats, QStringLiteral("delayed"));
-            interruptibleSleep(*hook, misbehaviour.delayMs);
+            interruptibleSleep(*hook, qint64(misbehaviour.delayMs) * 1000);
         }
         ++hook->delayMatched;
+    }
+    // Only None channels carry the request bodies in clear text.
+    if (misbehaviour.delayPerOperationMs > 0 && connection->noneChannel && delaysPerOperation(name) &&
+        matches(misbehaviour.delayServices, name)) {
+        connection->requestBody = chunk->mid(symmetricBodyOffset);
+        if (chunkType == 'F')
+            delayForOperations(*hook, connection);
     }
     return Verdict::Forward;
 }

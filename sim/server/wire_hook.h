@@ -19,6 +19,7 @@ struct ConnectionState
     bool noneChannel = false;           // the channel's security policy is None
     bool inboundContinuation = false;   // the last received chunk was an intermediate one
     bool outboundContinuation = false;  // the last sent chunk was an intermediate one
+    QByteArray requestBody;             // bodies of the chunks of a request whose operations delay it
 };
 
 // Sits between the TCP connection manager and the server: it sees every chunk that comes in

@@ -2,6 +2,9 @@
 #include "sim/support/files.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QList>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -59,4 +62,80 @@ TEST(WriteResult, ShortWriteIsAWriteErrorAndKeepsTheOldFile)
     EXPECT_EQ(error, "Unable to write output file: " + path);
     EXPECT_EQ(test_support::readFile(path), QByteArray("old"));
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"out.json"});
+}
+
+namespace {
+
+QJsonObject record(int i)
+{
+    return QJsonObject{{"external_id", QStringLiteral("ns=1;s=V%1").arg(i)},
+                       {"name", QStringLiteral("Folder \"A\".V%1 \u00e9\u4e2d {x}, [y]: \\\" \t").arg(i)},
+                       {"unit", QString()},
+                       {"empty", QJsonObject()},
+                       {"none", QJsonArray()},
+                       {"numbers", QJsonArray{1, -2.5, 1e300, true, false, QJsonValue()}},
+                       {"user_defined_fields", QJsonObject{{"identifier", QStringLiteral("ns=1;s=V%1").arg(i)},
+                                                           {"nested", QJsonObject{{"deeper", QJsonArray{1, "two", QJsonArray{QJsonObject()}}}}}}}};
+}
+
+QByteArray compactRecord(int i)
+{
+    return QJsonDocument(record(i)).toJson(QJsonDocument::Compact);
+}
+
+// The same result with its records held in it, as the JSON library writes it.
+QByteArray wholeDocument(QJsonObject result, int count)
+{
+    QJsonArray items;
+    for (int i = 0; i < count; ++i)
+        items.append(record(i));
+    result.insert("items", items);
+    return QJsonDocument(result).toJson(QJsonDocument::Indented);
+}
+
+QJsonObject envelope()
+{
+    return QJsonObject{{"success", true},
+                       {"devices", QJsonArray()},
+                       {"items", QJsonArray()},
+                       {"mode", "discover_items"},
+                       {"job_id", 17},
+                       {"requested_device", QJsonObject{{"items", QJsonArray{QJsonObject{{"a", 1}}}}, {"address", "x"}}},
+                       {"warnings", QJsonArray{"b", "a \"quoted\"\nline"}}};
+}
+
+} // namespace
+
+TEST(WriteResultWithItems, BytesEqualTheWholeDocumentIndented)
+{
+    for (int count : {0, 1, 2, 7, 3000}) {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("out.json");
+        QString error;
+        ASSERT_TRUE(writeResultWithItems(envelope(), count, compactRecord, path, &error)) << error.toStdString();
+        EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count)) << count;
+        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.json"});
+    }
+}
+
+TEST(WriteResultWithItems, MakesEachRecordOnceInOrder)
+{
+    QTemporaryDir dir;
+    QList<int> asked;
+    QString error;
+    ASSERT_TRUE(writeResultWithItems(
+        envelope(), 5, [&asked](int i) { asked.append(i); return compactRecord(i); }, dir.filePath("out.json"), &error));
+    EXPECT_EQ(asked, (QList<int>{0, 1, 2, 3, 4}));
+}
+
+TEST(WriteResultWithItems, MissingDirectoryIsAnOpenErrorAndNothingIsMade)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("missing/out.json");
+    QString error;
+    int asked = 0;
+    EXPECT_FALSE(writeResultWithItems(
+        envelope(), 3, [&asked](int i) { ++asked; return compactRecord(i); }, path, &error));
+    EXPECT_EQ(error, "Unable to open output file: " + path);
+    EXPECT_EQ(asked, 0);
 }

@@ -5,10 +5,12 @@
 #include "app/result_envelope.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -146,4 +148,38 @@ TEST(ItemSnapshot, MissingDirectoryFailsQuietly)
     updateItemSnapshot(&snapshot, deviceConfig(), itemsRequest(), {browseItem("ns=1;s=A", "A")}, {});
     EXPECT_FALSE(writeItemSnapshot(snapshot, dir.filePath("missing/snapshot.json")));
     EXPECT_FALSE(QDir(dir.filePath("missing")).exists());
+}
+
+TEST(SnapshotPacing, FirstSnapshotAfterTwentyItems)
+{
+    const SnapshotPacing pacing;
+    EXPECT_FALSE(pacing.due(19));
+    EXPECT_TRUE(pacing.due(20));
+}
+
+TEST(SnapshotPacing, ExpensiveSnapshotWaitsFourTimesItsCostWhateverTheItems)
+{
+    SnapshotPacing pacing;
+    pacing.begin(20);
+    QThread::msleep(100);
+    pacing.end();
+    // Twenty new items and past 400 ms would be due by themselves; four times 100 ms are not over.
+    EXPECT_FALSE(pacing.due(1000));
+    QElapsedTimer waited;
+    waited.start();
+    while (!pacing.due(1000) && waited.elapsed() < 5000)
+        QThread::msleep(10);
+    EXPECT_TRUE(pacing.due(1000));
+}
+
+TEST(SnapshotPacing, CheapSnapshotsKeepTheTwentyItemRule)
+{
+    SnapshotPacing pacing;
+    pacing.begin(20);
+    pacing.end();
+    QElapsedTimer waited;
+    waited.start();
+    while (!pacing.due(40) && waited.elapsed() < 5000)
+        QThread::msleep(1);
+    EXPECT_TRUE(pacing.due(40));
 }

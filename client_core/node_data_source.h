@@ -1,0 +1,92 @@
+#pragma once
+
+#include "client_core/data_types.h"
+#include "ua/holders.h"
+
+#include <QString>
+
+#include <open62541/client.h>
+
+#include <memory>
+#include <vector>
+
+// What the address-space walk needs to know about nodes, and the two ways of asking a server
+// for it. The walk makes every decision; a source only fetches, and hands each node the answer
+// that one request for that node alone would have given.
+
+// One Browse result of a node and the BrowseNext results that continued it, in order.
+struct BrowseChain
+{
+    // The Browse result first. A page with a bad status, or without continuation point, is the last.
+    std::vector<Ua::BrowseResultHolder> pages;
+    // The last page has a continuation point that BrowseNext did not continue: the service result
+    // of that BrowseNext (Good when it answered without a result).
+    bool continuationFailed = false;
+    UA_StatusCode continuationStatus = UA_STATUSCODE_GOOD;
+};
+
+// A Browse of one node: the service result and, unless it is bad, one chain per result.
+struct NodeBrowse
+{
+    UA_StatusCode status = UA_STATUSCODE_GOOD;
+    std::vector<BrowseChain> chains;
+};
+
+// The three attributes a variable item needs, each with the status a single attribute read
+// would have given it.
+struct VariableAttributes
+{
+    Ua::NodeIdHolder dataType;
+    UA_StatusCode dataTypeStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
+    UA_Byte accessLevel = UA_ACCESSLEVELMASK_READ;
+    UA_StatusCode accessLevelStatus = UA_STATUSCODE_BADUNEXPECTEDERROR;
+    UA_Int32 valueRank = UA_VALUERANK_SCALAR;
+};
+
+// The small interface between the walk and the server: the walk asks for each node once, in
+// its own order; a source may fetch ahead of it.
+class NodeDataSource
+{
+public:
+    virtual ~NodeDataSource() = default;
+
+    // The walk put a node on its work list (a hint: it will ask for its Browse result).
+    virtual void queued(const QString& nodeId) = 0;
+    // The node's forward hierarchical references, continuation chains followed to their end.
+    virtual NodeBrowse browse(const QString& nodeId, const UA_NodeId& node) = 0;
+    // DataType, AccessLevel and ValueRank of a variable.
+    virtual VariableAttributes attributes(const QString& nodeId, const UA_NodeId& node) = 0;
+    // The supported built-in type a data type resolves to; false when there is none.
+    virtual bool resolveDataType(const UA_NodeId& dataType, ResolvedDataType* out) = 0;
+};
+
+// One request per question, each for one node, as the walk asks: the reference.
+std::unique_ptr<NodeDataSource> newOneByOneSource(UA_Client* client);
+
+// Requests of many nodes, fetched ahead of the walk, sized to the server's operation limits and
+// to the client's request time-out.
+std::unique_ptr<NodeDataSource> newBatchedSource(UA_Client* client);
+
+// --- The single-node requests both sources send, and how one answer is judged. ---
+
+// One Browse of one node and its continuation chains, one BrowseNext per continuation point.
+NodeBrowse browseNodeAlone(UA_Client* client, const UA_NodeId& node);
+
+// Follows the chain that starts with `first` by BrowseNext calls of one continuation point each.
+BrowseChain followChainAlone(UA_Client* client, Ua::BrowseResultHolder first);
+
+// One Read of the three attributes of one variable.
+VariableAttributes readAttributesAlone(UA_Client* client, const UA_NodeId& node);
+
+// The three attributes of one variable from its three results of a Read whose service result
+// and result count are already known to be good.
+VariableAttributes attributesFromResults(const UA_DataValue* results);
+
+// The Browse description of the walk: forward hierarchical references to objects, variables and views.
+bool describeWalkBrowse(const UA_NodeId& node, UA_BrowseDescription* description);
+
+// The attribute ids of readAttributesAlone, in request order.
+extern const UA_AttributeId variableAttributeIds[3];
+
+// Status codes after which the server is taken as gone: the walk stops on them.
+bool isConnectionLoss(UA_StatusCode status);

@@ -1,0 +1,257 @@
+// The walk fetched one request per question and fetched in batches gives the same items, in the
+// same order, and the same warnings: on every kind of address space the browse tests use, on
+// servers that limit or punish large requests, and on another stack.
+
+#include "client_core/opc_ua_client_core.h"
+#include "tests/client_core/sim_fixture.h"
+#include "sim/support/process_runner.h"
+
+#include <QFile>
+#include <QJsonDocument>
+
+#include <gtest/gtest.h>
+
+using client_core_test::noneUri;
+using client_core_test::presetScenario;
+using client_core_test::settledStat;
+using client_core_test::simPlugin;
+using test_support::NodePeer;
+using test_support::SimServer;
+
+namespace {
+
+struct Walk
+{
+    bool result = false;
+    QList<ClientCore::BrowseItem> items;
+    QStringList warnings;
+    int progressCalls = 0;
+};
+
+Walk walk(ClientCore& core, ClientCore::BrowseFetch fetch)
+{
+    Walk out;
+    out.result = core.browseNodes(&out.items, &out.warnings, [&out] { ++out.progressCalls; }, fetch);
+    return out;
+}
+
+Walk walk(DeviceInstancePlugin plugin, ClientCore::BrowseFetch fetch, int timeoutMs)
+{
+    ClientCore core(plugin, QString(), "tests", timeoutMs);
+    if (!core.isConnected())
+        return Walk();
+    return walk(core, fetch);
+}
+
+std::string describe(const ClientCore::BrowseItem& item)
+{
+    return QStringLiteral("%1 | %2 | %3 | %4 | r%5 w%6 a%7")
+        .arg(item.nodeId, item.browsePath, item.description, item.dataType)
+        .arg(item.readable)
+        .arg(item.writable)
+        .arg(item.isArray)
+        .toStdString();
+}
+
+// Both walks of the same server, one after the other in one session (servers list their sessions
+// in the address space), compared item by item and warning by warning.
+void expectSameWalk(DeviceInstancePlugin plugin, int timeoutMs = 5000, int* itemCount = nullptr)
+{
+    ClientCore core(plugin, QString(), "tests", timeoutMs);
+    ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
+    const Walk reference = walk(core, ClientCore::BrowseFetch::OneByOne);
+    const Walk batched = walk(core, ClientCore::BrowseFetch::Batched);
+    ASSERT_TRUE(reference.result);
+    ASSERT_TRUE(batched.result);
+    ASSERT_EQ(batched.items.size(), reference.items.size());
+    for (int i = 0; i < reference.items.size(); ++i)
+        EXPECT_EQ(describe(batched.items[i]), describe(reference.items[i])) << "item " << i;
+    EXPECT_EQ(batched.warnings, reference.warnings) << "batched:\n"
+                                                    << batched.warnings.join('\n').toStdString() << "\nreference:\n"
+                                                    << reference.warnings.join('\n').toStdString();
+    EXPECT_EQ(batched.progressCalls, reference.progressCalls);
+    if (itemCount)
+        *itemCount = reference.items.size();
+}
+
+QJsonObject withSpace(QJsonObject scenario, const QJsonObject& settings)
+{
+    QJsonObject space = scenario.value("address_space").toObject();
+    for (auto it = settings.begin(); it != settings.end(); ++it)
+        space.insert(it.key(), it.value());
+    scenario.insert("address_space", space);
+    return scenario;
+}
+
+QJsonObject shippedScenario(const QString& name)
+{
+    QFile file(test_support::sourceDir() + QStringLiteral("/sim/scenarios/") + name);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+} // namespace
+
+int walkRequests(const SimServer& sim)
+{
+    return settledStat(sim, "Browse") + settledStat(sim, "BrowseNext") + settledStat(sim, "Read");
+}
+
+TEST(BrowseSources, EveryPresetWithContinuationPoints)
+{
+    SimServer sim;
+    START_SIM_OR_SKIP(sim, shippedScenario("types.json"));
+    int count = 0;
+    expectSameWalk(simPlugin(sim), 5000, &count);
+    EXPECT_GT(count, 300);
+
+    // The same walks on their own: the batched one needs a small part of the round trips.
+    const int before = walkRequests(sim);
+    ASSERT_TRUE(walk(simPlugin(sim), ClientCore::BrowseFetch::OneByOne, 5000).result);
+    const int reference = walkRequests(sim) - before;
+    ASSERT_TRUE(walk(simPlugin(sim), ClientCore::BrowseFetch::Batched, 5000).result);
+    const int batched = walkRequests(sim) - before - reference;
+    EXPECT_LT(batched * 5, reference) << batched << " requests against " << reference;
+}
+
+TEST(BrowseSources, StandardServerObjectsBesideThePresets)
+{
+    SimServer sim;
+    const QJsonObject scenario{{"address_space", QJsonObject{{"presets", "all"}}}};
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}
+
+TEST(BrowseSources, AlternatePathsOnOnePageAndOnSeveral)
+{
+    for (int perNode : {0, 1}) {
+        SimServer sim;
+        const QJsonObject scenario =
+            withSpace(presetScenario({"alias", "properties", "deep"}), {{"max_references_per_node", perNode}});
+        START_SIM_OR_SKIP(sim, scenario);
+        expectSameWalk(simPlugin(sim));
+    }
+}
+
+TEST(BrowseSources, UnsupportedTypesFailedAccessLevelAndWriteOnlyGuid)
+{
+    SimServer sim;
+    const QJsonObject scenario = presetScenario({"types", "unsupported", "access", "writable", "empty"});
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}
+
+TEST(BrowseSources, ObjectsWithoutVariables)
+{
+    SimServer sim;
+    const QJsonObject scenario = presetScenario({"empty"});
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}
+
+TEST(BrowseSources, ServerLimitsOfTenNodesPerBrowseAndRead)
+{
+    SimServer sim;
+    QJsonObject scenario = shippedScenario("types.json");
+    scenario.insert("limits", QJsonObject{{"max_nodes_per_browse", 10}, {"max_nodes_per_read", 10}});
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}
+
+TEST(BrowseSources, MoreContinuationPointsThanTheServerKeeps)
+{
+    // Three references a page: nearly every node of a batch needs a continuation point, and the
+    // server keeps five a session, whatever it publishes.
+    for (int published : {0, 5, 1000}) {
+        SimServer sim;
+        QJsonObject scenario =
+            withSpace(presetScenario({"many", "types", "writable", "alias", "properties"}),
+                      {{"many_children", 40}, {"max_references_per_node", 3}});
+        scenario.insert("limits", QJsonObject{{"max_browse_continuation_points", published}});
+        START_SIM_OR_SKIP(sim, scenario);
+        expectSameWalk(simPlugin(sim));
+    }
+}
+
+TEST(BrowseSources, TooManyOperationsAboveASizeTheServerDoesNotPublish)
+{
+    // The limits are enforced but published as none: the batch learns them from the refusals.
+    SimServer sim;
+    QJsonObject scenario = withSpace(presetScenario({"many", "types", "access"}), {{"many_children", 60}});
+    scenario.insert("limits", QJsonObject{{"max_nodes_per_browse", 7}, {"max_nodes_per_read", 11}});
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}
+
+TEST(BrowseSources, SlowServerWhereLargeBatchesWouldTimeOut)
+{
+    // 15 ms a node: a single node is quick, forty nodes take longer than the time-out.
+    SimServer sim;
+    QJsonObject scenario = withSpace(presetScenario({"many", "types", "alias"}), {{"many_children", 60}});
+    scenario.insert("misbehaviour", QJsonObject{{"delay_per_operation_ms", 15}});
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim), 1000);
+}
+
+TEST(BrowseSources, DropMidWalkListsOnlyItemsTheReferenceGives)
+{
+    // Only built-in data types: no data type resolution browses, whose loss would end the walk
+    // silently on the next read.
+    QJsonObject scenario = withSpace(presetScenario({"access", "deep", "many"}), {{"many_children", 50}});
+    Walk reference;
+    {
+        SimServer sim;
+        START_SIM_OR_SKIP(sim, scenario);
+        reference = walk(simPlugin(sim), ClientCore::BrowseFetch::OneByOne, 3000);
+        ASSERT_TRUE(reference.result);
+    }
+    // The batched walk sends few reads: the first is its look at the server's limits.
+    const QList<QPair<const char*, int>> drops = {{"Browse", 2}, {"Browse", 4}, {"Browse", 7}, {"Read", 1}};
+    for (const auto& drop : drops) {
+        const char* service = drop.first;
+        const int dropAfter = drop.second;
+        {
+            SimServer sim;
+            QJsonObject dropping = scenario;
+            dropping.insert("misbehaviour",
+                            QJsonObject{{"drop_after", dropAfter}, {"drop_services", QJsonArray{service}}});
+            START_SIM_OR_SKIP(sim, dropping);
+            const Walk batched = walk(simPlugin(sim), ClientCore::BrowseFetch::Batched, 3000);
+            ASSERT_TRUE(batched.result);
+            EXPECT_LT(batched.items.size(), reference.items.size()) << service << " " << dropAfter;
+            QHash<QString, std::string> expected;
+            for (const ClientCore::BrowseItem& item : reference.items)
+                expected.insert(item.nodeId, describe(item));
+            for (const ClientCore::BrowseItem& item : batched.items)
+                EXPECT_EQ(describe(item), expected.value(item.nodeId)) << service << " " << dropAfter;
+            ASSERT_FALSE(batched.warnings.isEmpty());
+            const QString& last = batched.warnings.last();
+            if (QLatin1String(service) == QLatin1String("Browse")) {
+                ASSERT_GE(batched.warnings.size(), 2);
+                EXPECT_TRUE(batched.warnings[batched.warnings.size() - 2].startsWith("Browse failed for ns=1;s="))
+                    << batched.warnings.join('\n').toStdString();
+                EXPECT_EQ(last, QStringLiteral("Stopped browsing because the OPC UA server did not respond within "
+                                               "the connection timeout. %1 items were collected.")
+                                    .arg(batched.items.size()));
+            } else {
+                EXPECT_TRUE(last.startsWith("Skipping ns=1;s=") && last.contains("because reading its data type failed: Bad"))
+                    << last.toStdString();
+            }
+        }
+    }
+}
+
+TEST(BrowseSources, NodeOpcUaPeer)
+{
+    NodePeer peer;
+    START_PEER_OR_SKIP(peer, QStringList{});
+    DeviceInstancePlugin plugin;
+    plugin.instanceName = QStringLiteral("node-opcua peer");
+    plugin.address = peer.endpointUrl();
+    plugin.settings["security_mode"] = "1";
+    plugin.settings["security_policies"] = noneUri;
+    int count = 0;
+    expectSameWalk(plugin, 10000, &count);
+    EXPECT_GT(count, 5);
+}
