@@ -107,9 +107,7 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
         record = [&](int i) { return snapshot.records.at(order.at(i)).json; };
     } else {
         order = itemRecordOrder(items);
-        record = [&](int i) {
-            return QJsonDocument(buildItemCandidate(config, items.at(order.at(i)))).toJson(QJsonDocument::Compact);
-        };
+        record = [&](int i) { return compactItemRecord(config, items.at(order.at(i))); };
     }
     silencer.restore();
     if (!writeResultWithItems(result, order.size(), record, outputPath, &error))

@@ -23,7 +23,7 @@ void fillRecord(ItemSnapshot::Record* record, const DiscoveryDeviceConfig& confi
     record->dataType = item.dataType;
     record->readable = item.readable;
     record->writable = item.writable;
-    record->json = QJsonDocument(buildItemCandidate(config, item)).toJson(QJsonDocument::Compact);
+    record->json = compactItemRecord(config, item);
 }
 
 // Strings the browse did not touch still share their data with the record's copies.
@@ -86,6 +86,10 @@ void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& con
         snapshot->reported.clear();
     }
 
+    const auto byIdentifier = [snapshot](int a, int b) {
+        return itemIdentifierLess(snapshot->records.at(a).nodeId, snapshot->records.at(b).nodeId);
+    };
+    QVector<int> added;
     for (int i = snapshot->records.size(); i < items.size(); ++i) {
         const ClientCore::BrowseItem& item = items.at(i);
         ItemSnapshot::Record record;
@@ -94,13 +98,19 @@ void updateItemSnapshot(ItemSnapshot* snapshot, const DiscoveryDeviceConfig& con
         if (!snapshot->reported.contains(item.nodeId)) {
             snapshot->reported.insert(item.nodeId);
             fillRecord(&record, config, item);
-            // After every equal identifier, as a stable sort of the browse order puts it.
-            const auto position = std::upper_bound(
-                snapshot->order.begin(), snapshot->order.end(), item.nodeId,
-                [snapshot](const QString& id, int index) { return itemIdentifierLess(id, snapshot->records.at(index).nodeId); });
-            snapshot->order.insert(position, i);
+            added.append(i);
         }
         snapshot->records.append(std::move(record));
+    }
+    // New records go after every equal identifier already there, in browse order among
+    // themselves, as a stable sort of the whole browse order puts them; one merge instead of an
+    // insertion per record keeps a snapshot linear in the items.
+    if (!added.isEmpty()) {
+        std::stable_sort(added.begin(), added.end(), byIdentifier);
+        QVector<int> merged(snapshot->order.size() + added.size());
+        std::merge(snapshot->order.cbegin(), snapshot->order.cend(), added.cbegin(), added.cend(), merged.begin(),
+                   byIdentifier);
+        snapshot->order = std::move(merged);
     }
 
     if (!snapshot->tailBuilt || snapshot->warnings != warnings) {

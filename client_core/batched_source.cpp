@@ -40,6 +40,8 @@ struct Candidate
     QString text;
     Ua::NodeIdHolder id;
     int slot = -1;
+    int family = -1;        // as NodeState::family, kept here so that a look around is cheap
+    bool variable = false;  // found as a Variable
 };
 
 struct NodeState
@@ -47,6 +49,7 @@ struct NodeState
     quint8 flags = 0;     // NodeFlag bits
     int browseSlot = -1;  // place in the Browse candidates
     int readSlot = -1;    // place in the read candidates
+    int family = -1;      // the Browse answer that found it first: siblings share it
 };
 
 // Nodes found ahead of the walk, in the order found. A node keeps its place; the place is empty
@@ -91,7 +94,7 @@ public:
             for (int i = center + step, looked = 0; i >= 0 && i < size() && looked < stretch && taken.size() < room;
                  i += step, ++looked) {
                 Candidate& candidate = slots_[size_t(i)];
-                if (candidate.text.isEmpty() || !wanted(candidate.text))
+                if (candidate.text.isEmpty() || !wanted(candidate))
                     continue;
                 taken.push_back(std::move(candidate));
                 candidate.text = QString();
@@ -296,17 +299,19 @@ private:
         config->timeout = timeout;
     }
 
-    void addBrowseCandidate(const QString& text, Ua::NodeIdHolder id)
+    void addBrowseCandidate(const QString& text, Ua::NodeIdHolder id, int family = -1, bool variable = false)
     {
         NodeState& state = nodes_[text];
         state.flags |= Known | Unfetched;
-        state.browseSlot = browsing_.candidates.add(Candidate{text, std::move(id), -1});
+        state.family = family;
+        state.browseSlot = browsing_.candidates.add(Candidate{text, std::move(id), -1, family, variable});
     }
 
     // Children the walk will queue once it handles this answer: local targets it can name, of
     // the classes it browses. Variables among them will be asked for their attributes.
     void discoverAhead(const NodeBrowse& outcome)
     {
+        const int family = families_++;
         for (const BrowseChain& chain : outcome.chains) {
             for (const Ua::BrowseResultHolder& page : chain.pages) {
                 for (size_t i = 0; i < page->referencesSize; ++i) {
@@ -324,7 +329,8 @@ private:
                         bool ok = false;
                         Ua::NodeIdHolder id = Ua::nodeIdFromQString(child, &ok);
                         if (ok)
-                            addBrowseCandidate(child, std::move(id));
+                            addBrowseCandidate(child, std::move(id), family,
+                                               reference.nodeClass == UA_NODECLASS_VARIABLE);
                     }
                     if (reference.nodeClass == UA_NODECLASS_VARIABLE && !has(child, VariableKnown)) {
                         Ua::NodeIdHolder id;
@@ -332,7 +338,7 @@ private:
                             continue;
                         NodeState& state = nodes_[child];
                         state.flags |= VariableKnown | Unread;
-                        state.readSlot = reading_.candidates.add(Candidate{child, std::move(id), -1});
+                        state.readSlot = reading_.candidates.add(Candidate{child, std::move(id), -1, family, true});
                     }
                 }
             }
@@ -348,8 +354,10 @@ private:
         fetchedBrowse_[text] = std::move(outcome);
     }
 
-    // The asked node first, then nodes near its place in the order the walk will ask for them,
-    // while what was fetched ahead and not asked for yet stays small.
+    // The asked node first, then its siblings, which a depth-first walk asks for next, then nodes
+    // near its place in the order the walk will ask for them. Once what was fetched ahead and not
+    // asked for yet is large, only sibling Variables join: they hold few references, and without
+    // them a folder of thousands of variables would be browsed one variable per request.
     std::vector<Candidate> startBatch(Fetching& kind, const QString& asked, const UA_NodeId& node, bool roomAhead)
     {
         NodeState& state = nodes_[asked];
@@ -361,13 +369,24 @@ private:
         Candidate first{asked, Ua::NodeIdHolder(), -1};
         UA_NodeId_copy(&node, first.id.get());
         batch.push_back(std::move(first));
-        if (alone || !roomAhead)
+        if (alone)
             return batch;
-        const auto wanted = [this, &kind](const QString& text) {
-            const auto found = nodes_.constFind(text);
+        const auto wanted = [this, &kind](const Candidate& candidate) {
+            const auto found = nodes_.constFind(candidate.text);
             return found != nodes_.constEnd() && (found->flags & kind.pending) && !(found->flags & kind.alone);
         };
-        for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - 1, wanted))
+        const int family = state.family;
+        if (family >= 0) {
+            const auto sibling = [&](const Candidate& candidate) {
+                return candidate.family == family && (roomAhead || candidate.variable) && wanted(candidate);
+            };
+            for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - 1, sibling))
+                batch.push_back(std::move(candidate));
+        }
+        if (!roomAhead)
+            return batch;
+        const auto near = [&](const Candidate& candidate) { return wanted(candidate); };
+        for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - batch.size(), near))
             batch.push_back(std::move(candidate));
         return batch;
     }
@@ -613,6 +632,7 @@ private:
     QHash<QString, NodeState> nodes_;
     std::unordered_map<QString, NodeBrowse> fetchedBrowse_;
     size_t heldReferences_ = 0;
+    int families_ = 0;
     std::unordered_map<QString, VariableAttributes> fetchedAttributes_;
     QHash<QString, QPair<bool, ResolvedDataType>> resolvedTypes_;
 };

@@ -3,6 +3,7 @@
 
 #include <QCryptographicHash>
 #include <QJsonDocument>
+#include <QRandomGenerator>
 
 #include <gtest/gtest.h>
 
@@ -162,4 +163,67 @@ TEST(ItemArray, IdentifiersDifferingOnlyInCaseAreBothKept)
 {
     const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), {item("ns=1;s=x"), item("ns=1;s=X")});
     EXPECT_EQ(array.size(), 2);
+}
+
+TEST(ItemRecord, CompactRecordHasTheJsonLibrarysBytes)
+{
+    const QString texts[] = {
+        QString(),
+        QStringLiteral(""),
+        QStringLiteral("Plant.Line 4.Temperature"),
+        QStringLiteral("quote \" and backslash \\ and slash /"),
+        QStringLiteral("tab\tline\nfeed\rbell\a\b\f"),
+        QString(QChar(0)) + QStringLiteral("nul"),
+        QStringLiteral("del \x7f"),
+        QStringLiteral("K\u00fchlwasser \u6e29\u5ea6 \u20ac"),
+        QString::fromUtf8("\xf0\x9f\x94\xa5 fire"),
+        QString(QChar(0xd800)) + QStringLiteral(" lone high"),
+        QStringLiteral("lone low ") + QString(QChar(0xdc00)),
+        QString(QChar(0xfffe)) + QString(QChar(0xffff)),
+        QStringLiteral("~ !#$%&'()*+,-.:;<=>?@[]^_`{|}"),
+    };
+    const DiscoveryDeviceConfig configs[] = {config(R"({"id":7,"uid":"u","address":"a"})"),
+                                             config(R"({"uid":"Line 4 / Press","address":"a"})"),
+                                             config(R"({"address":"opc.tcp://10.0.0.5:4840"})")};
+    int compared = 0;
+    for (const DiscoveryDeviceConfig& c : configs) {
+        for (const QString& text : texts) {
+            for (int access = 0; access < 4; ++access) {
+                ClientCore::BrowseItem variants[4];
+                for (ClientCore::BrowseItem& v : variants) {
+                    v = item(QStringLiteral("ns=2;s=plain"), access & 1, access & 2);
+                }
+                variants[0].nodeId = text;
+                variants[1].browsePath = text;
+                variants[2].description = text;
+                variants[3].dataType = text;
+                for (const ClientCore::BrowseItem& v : variants) {
+                    EXPECT_EQ(compactItemRecord(c, v),
+                              QJsonDocument(buildItemCandidate(c, v)).toJson(QJsonDocument::Compact))
+                        << text.toStdString();
+                    ++compared;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(compared, 3 * 13 * 4 * 4);
+}
+
+TEST(ItemArray, IdentifierOrderIsQtsCaseInsensitiveOrder)
+{
+    const QString alphabet = QStringLiteral("aAzZ09_;=.[]`@{~") + QChar(0x212a) + QChar(0x17f) + QChar(0xe4) + QChar(0xc4)
+        + QChar(0x3a3) + QChar(0x3c3) + QChar(0xd83d) + QChar(0xde00) + QChar(0x7f) + QChar(0x80);
+    QRandomGenerator random(4841);
+    QStringList texts{QString(), QStringLiteral(""), QStringLiteral("ns=2;s=V1"), QStringLiteral("NS=2;S=v1")};
+    for (int i = 0; i < 400; ++i) {
+        QString text;
+        const int length = int(random.bounded(6));
+        for (int k = 0; k < length; ++k)
+            text += alphabet.at(int(random.bounded(alphabet.size())));
+        texts.append(text);
+    }
+    for (const QString& a : texts) {
+        for (const QString& b : texts)
+            ASSERT_EQ(itemIdentifierLess(a, b), a.compare(b, Qt::CaseInsensitive) < 0) << a.toStdString() << " " << b.toStdString();
+    }
 }
