@@ -16,7 +16,6 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QStringList>
 #include <QVector>
 

@@ -40,7 +40,7 @@ struct Candidate
     QString text;
     Ua::NodeIdHolder id;
     int slot = -1;
-    int family = -1;        // as NodeState::family, kept here so that a look around is cheap
+    int family = -1;        // the Browse answer that found it: siblings share it
     bool variable = false;  // found as a Variable
 };
 
@@ -49,7 +49,6 @@ struct NodeState
     quint8 flags = 0;     // NodeFlag bits
     int browseSlot = -1;  // place in the Browse candidates
     int readSlot = -1;    // place in the read candidates
-    int family = -1;      // the Browse answer that found it first: siblings share it
 };
 
 // Nodes found ahead of the walk, in the order found. A node keeps its place; the place is empty
@@ -80,6 +79,9 @@ public:
     }
 
     int size() const { return int(slots_.size()); }
+
+    // The family of the node at a place; it stays when the place is emptied.
+    int familyAt(int slot) const { return slot >= 0 && slot < size() ? slots_[size_t(slot)].family : -1; }
 
     // Up to `room` candidates that `wanted` accepts, nearest to `center` first in the walk's
     // direction through siblings (backwards: from the last sibling to the first), then the other
@@ -303,7 +305,6 @@ private:
     {
         NodeState& state = nodes_[text];
         state.flags |= Known | Unfetched;
-        state.family = family;
         state.browseSlot = browsing_.candidates.add(Candidate{text, std::move(id), -1, family, variable});
     }
 
@@ -375,7 +376,7 @@ private:
             const auto found = nodes_.constFind(candidate.text);
             return found != nodes_.constEnd() && (found->flags & kind.pending) && !(found->flags & kind.alone);
         };
-        const int family = state.family;
+        const int family = kind.candidates.familyAt(state.*kind.slot);
         if (family >= 0) {
             const auto sibling = [&](const Candidate& candidate) {
                 return candidate.family == family && (roomAhead || candidate.variable) && wanted(candidate);
@@ -385,8 +386,7 @@ private:
         }
         if (!roomAhead)
             return batch;
-        const auto near = [&](const Candidate& candidate) { return wanted(candidate); };
-        for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - batch.size(), near))
+        for (Candidate& candidate : kind.candidates.takeNear(place, kind.backwards, kind.size.current - batch.size(), wanted))
             batch.push_back(std::move(candidate));
         return batch;
     }
