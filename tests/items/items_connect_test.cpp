@@ -53,6 +53,7 @@ public:
             ::close(fd_);
     }
     quint16 port() const { return port_; }
+    int fd() const { return fd_; }
 
 private:
     int fd_ = -1;
@@ -69,27 +70,16 @@ public:
     explicit ChunkFloodPeer(size_t limitBytes)
         : limitBytes_(limitBytes)
     {
-        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        if (listener_ >= 0 && ::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
-            && ::listen(listener_, 8) == 0
-            && ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-            port_ = ntohs(address.sin_port);
+        if (listener_.port() != 0)
             thread_ = std::thread([this] { serve(); });
-        }
     }
     ~ChunkFloodPeer()
     {
         stop_ = true;
         if (thread_.joinable())
             thread_.join();
-        if (listener_ >= 0)
-            ::close(listener_);
     }
-    quint16 port() const { return port_; }
+    quint16 port() const { return listener_.port(); }
     size_t sent() const { return sent_; }
 
 private:
@@ -220,17 +210,16 @@ private:
     void serve()
     {
         deadline_ = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        if (!waitFor(listener_, POLLIN))
+        if (!waitFor(listener_.fd(), POLLIN))
             return;
-        const int fd = ::accept(listener_, nullptr, nullptr);
+        const int fd = ::accept(listener_.fd(), nullptr, nullptr);
         if (fd < 0)
             return;
         flood(fd);
         ::close(fd);
     }
 
-    int listener_ = -1;
-    quint16 port_ = 0;
+    SilentListener listener_;
     size_t limitBytes_;
     std::atomic<size_t> sent_{0};
     std::atomic<bool> stop_{false};
