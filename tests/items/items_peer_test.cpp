@@ -148,8 +148,14 @@ TEST_P(ItemsEndlessPeer, EndlessContinuationEndsTheChainAndTheJobSucceeds)
     if (IsSkipped())
         return;
     const QString snapshot = path("snapshot.json");
-    const QJsonObject document = runOk(QJsonObject{{"device", noneDevice(peer_.endpointUrl())}, {"timeout_ms", 10000}},
-                                       {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}});
+    // Ten thousand pages take seconds; the wait leaves room for a busy machine.
+    const ProcessResult result = run(QJsonObject{{"device", noneDevice(peer_.endpointUrl())}, {"timeout_ms", 10000}},
+                                     {}, {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}}, 200000);
+    ASSERT_TRUE(result.finished) << "did not end";
+    ASSERT_EQ(result.exitCode, 0) << result.err.constData();
+    bool parsed = false;
+    const QJsonObject document = items_test::parseObject(result.out, &parsed);
+    ASSERT_TRUE(parsed) << result.out.constData();
     const QJsonArray items = document.value("items").toArray();
     QStringList warnings;
     for (const QJsonValue& warning : document.value("warnings").toArray())
