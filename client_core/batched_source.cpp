@@ -460,6 +460,7 @@ private:
         browsing_.size.measured(nodes->size(), timer.elapsed(), timeoutMs_);
 
         std::vector<BrowseChain> chains(nodes->size());
+        std::vector<ContinuationGuard> guards(nodes->size());
         std::vector<bool> answered(nodes->size(), true);
         for (size_t i = 0; i < nodes->size(); ++i) {
             // A bad result may be the batch's doing (no continuation point left, say): the
@@ -468,9 +469,9 @@ private:
                 answered[i] = false;
                 continue;
             }
-            chains[i].pages.push_back(Ua::BrowseResultHolder(std::move(response->results[i])));
+            appendChainPage(&chains[i], &guards[i], Ua::BrowseResultHolder(std::move(response->results[i])));
         }
-        continueChains(&chains, &answered);
+        continueChains(&chains, &guards, &answered);
 
         bool askedAgain = false;
         for (size_t i = 0; i < nodes->size(); ++i) {
@@ -492,7 +493,8 @@ private:
 
     // Follows every open chain with BrowseNext requests of many continuation points. A chain whose
     // continuation fails in such a request is not answered: its node is asked alone.
-    void continueChains(std::vector<BrowseChain>* chains, std::vector<bool>* answered)
+    void continueChains(std::vector<BrowseChain>* chains, std::vector<ContinuationGuard>* guards,
+                        std::vector<bool>* answered)
     {
         for (;;) {
             std::vector<size_t> open;
@@ -507,23 +509,18 @@ private:
             const size_t perRequest = continuationPoints_ > 0 ? std::min(continuationPoints_, open.size()) : open.size();
             for (size_t begin = 0; begin < open.size(); begin += perRequest) {
                 const size_t end = std::min(open.size(), begin + perRequest);
-                continueSome(chains, answered, std::vector<size_t>(open.begin() + long(begin), open.begin() + long(end)));
+                continueSome(chains, guards, answered,
+                             std::vector<size_t>(open.begin() + long(begin), open.begin() + long(end)));
             }
         }
     }
 
-    void continueSome(std::vector<BrowseChain>* chains, std::vector<bool>* answered, const std::vector<size_t>& which)
+    void continueSome(std::vector<BrowseChain>* chains, std::vector<ContinuationGuard>* guards,
+                      std::vector<bool>* answered, const std::vector<size_t>& which)
     {
         if (which.size() == 1) {
             // One continuation point: the BrowseNext a request of its own would send.
-            BrowseChain& chain = (*chains)[which.front()];
-            Ua::BrowseResultHolder last = std::move(chain.pages.back());
-            chain.pages.pop_back();
-            BrowseChain rest = followChainAlone(client_, std::move(last));
-            for (Ua::BrowseResultHolder& page : rest.pages)
-                chain.pages.push_back(std::move(page));
-            chain.continuationFailed = rest.continuationFailed;
-            chain.continuationStatus = rest.continuationStatus;
+            continueChainAlone(client_, &(*chains)[which.front()], &(*guards)[which.front()]);
             return;
         }
         Ua::BrowseNextRequestHolder request;
@@ -560,7 +557,8 @@ private:
                 (*answered)[which[k]] = false;
                 continue;
             }
-            (*chains)[which[k]].pages.push_back(Ua::BrowseResultHolder(std::move(response->results[k])));
+            appendChainPage(&(*chains)[which[k]], &(*guards)[which[k]],
+                            Ua::BrowseResultHolder(std::move(response->results[k])));
         }
     }
 

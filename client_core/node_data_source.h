@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client_core/continuation_guard.h"
 #include "client_core/data_types.h"
 #include "ua/holders.h"
 
@@ -74,6 +75,15 @@ NodeBrowse browseNodeAlone(UA_Client* client, const UA_NodeId& node);
 
 // Follows the chain that starts with `first` by BrowseNext calls of one continuation point each.
 BrowseChain followChainAlone(UA_Client* client, Ua::BrowseResultHolder first);
+
+// Continues a chain whose last page names a continuation point the same way, `guard` having
+// seen every page of it so far.
+void continueChainAlone(UA_Client* client, BrowseChain* chain, ContinuationGuard* guard);
+
+// Appends the next page of a chain, the Browse result first. When the guard ends the chain
+// with it, its continuation counts as failed with chainEndedStatus. True while the chain goes
+// on: the page is good and names a continuation point to follow.
+bool appendChainPage(BrowseChain* chain, ContinuationGuard* guard, Ua::BrowseResultHolder page);
 
 // One Read of the three attributes of one variable.
 VariableAttributes readAttributesAlone(UA_Client* client, const UA_NodeId& node);

@@ -27,35 +27,52 @@ bool describeWalkBrowse(const UA_NodeId& node, UA_BrowseDescription* description
     return true;
 }
 
-BrowseChain followChainAlone(UA_Client* client, Ua::BrowseResultHolder first)
+bool appendChainPage(BrowseChain* chain, ContinuationGuard* guard, Ua::BrowseResultHolder page)
 {
-    BrowseChain chain;
-    chain.pages.push_back(std::move(first));
+    const bool admitted = guard->admit(*page, chain->pages.empty() ? nullptr : chain->pages.back().get());
+    const bool more = !UA_StatusCode_isBad(page->statusCode) && page->continuationPoint.length > 0;
+    chain->pages.push_back(std::move(page));
+    if (more && !admitted) {
+        chain->continuationFailed = true;
+        chain->continuationStatus = chainEndedStatus;
+    }
+    return more && admitted;
+}
+
+void continueChainAlone(UA_Client* client, BrowseChain* chain, ContinuationGuard* guard)
+{
     for (;;) {
-        const UA_BrowseResult& last = *chain.pages.back();
-        if (UA_StatusCode_isBad(last.statusCode) || last.continuationPoint.length == 0)
-            return chain;
+        const UA_BrowseResult& last = *chain->pages.back();
         Ua::BrowseNextRequestHolder request;
         request->releaseContinuationPoints = false;
         request->continuationPoints = UA_ByteString_new();
         if (!request->continuationPoints
             || UA_ByteString_copy(&last.continuationPoint, request->continuationPoints) != UA_STATUSCODE_GOOD) {
-            chain.continuationFailed = true;
-            chain.continuationStatus = UA_STATUSCODE_BADOUTOFMEMORY;
-            return chain;
+            chain->continuationFailed = true;
+            chain->continuationStatus = UA_STATUSCODE_BADOUTOFMEMORY;
+            return;
         }
         request->continuationPointsSize = 1;
         Ua::BrowseNextResponseHolder response = Ua::browseNext(client, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         // Only the first result continues the chain; a Good answer without one ends it as a failure.
-        if (status == UA_STATUSCODE_GOOD && response->resultsSize > 0) {
-            chain.pages.push_back(Ua::BrowseResultHolder(std::move(response->results[0])));
-            continue;
+        if (status != UA_STATUSCODE_GOOD || response->resultsSize == 0) {
+            chain->continuationFailed = true;
+            chain->continuationStatus = status;
+            return;
         }
-        chain.continuationFailed = true;
-        chain.continuationStatus = status;
-        return chain;
+        if (!appendChainPage(chain, guard, Ua::BrowseResultHolder(std::move(response->results[0]))))
+            return;
     }
+}
+
+BrowseChain followChainAlone(UA_Client* client, Ua::BrowseResultHolder first)
+{
+    BrowseChain chain;
+    ContinuationGuard guard;
+    if (appendChainPage(&chain, &guard, std::move(first)))
+        continueChainAlone(client, &chain, &guard);
+    return chain;
 }
 
 NodeBrowse browseNodeAlone(UA_Client* client, const UA_NodeId& node)

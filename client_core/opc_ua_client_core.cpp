@@ -156,6 +156,8 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
         return false;
     }
 
+    Ua::applyConnectionLimits(config, Ua::itemClientLimits);
+
     const QString applicationUri = QStringLiteral("urn:ovrin-connect-client-") + clientName;
     replaceString(&config->clientDescription.applicationUri, applicationUri);
     replaceString(&config->clientDescription.productUri, applicationUri);

@@ -6,6 +6,23 @@
 
 namespace Ua {
 
+namespace {
+
+// Chunks of the smallest size a peer may choose.
+constexpr UA_UInt32 smallestChunk = 8192;
+constexpr UA_UInt32 mebibyte = 1024 * 1024;
+
+} // namespace
+
+const ConnectionLimits itemClientLimits = {32 * mebibyte, 32 * mebibyte / smallestChunk};
+const ConnectionLimits discoveryClientLimits = {8 * mebibyte, 8 * mebibyte / smallestChunk};
+
+void applyConnectionLimits(UA_ClientConfig* config, const ConnectionLimits& limits)
+{
+    config->localConnectionConfig.localMaxMessageSize = limits.maxMessageSize;
+    config->localConnectionConfig.localMaxChunkCount = limits.maxChunkCount;
+}
+
 Client newClient(UA_Logger* logger)
 {
     UA_ClientConfig config;

@@ -41,6 +41,26 @@ bool closeSecureChannelPromptly(UA_Client* client);
 // cannot build the configuration.
 Client newClient(UA_Logger* logger);
 
+// What one peer can make a client hold: the largest message it accepts and the number of chunks
+// that message may come in, announced in the Hello. A peer that sends more loses the connection
+// instead of filling the memory (the stack's defaults allow 512 MiB in 16 384 chunks).
+struct ConnectionLimits
+{
+    UA_UInt32 maxMessageSize;
+    UA_UInt32 maxChunkCount;
+};
+
+// The client of discover_items: room for the largest answer of the batched walk (a Browse of a
+// thousand nodes, a Read of three thousand attributes) many times over. An answer a server
+// cannot fit is refused as too large, and the batched walk asks again in smaller requests.
+extern const ConnectionLimits itemClientLimits;
+
+// The short-lived discovery clients: a FindServers answer of many thousand servers fits.
+extern const ConnectionLimits discoveryClientLimits;
+
+// Sets the limits on a configuration; call it after the stack's defaults, which reset them.
+void applyConnectionLimits(UA_ClientConfig* config, const ConnectionLimits& limits);
+
 // A log callback that writes nothing.
 void silentOpcUaLog(void* context, UA_LogLevel level, UA_LogCategory category, const char* message, va_list args);
 

@@ -238,6 +238,7 @@ Ua::Client newDiscoveryClient()
         return client;
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
     config->timeout = discoveryRequestTimeoutMs;
+    Ua::applyConnectionLimits(config, Ua::discoveryClientLimits);
     // When open62541 1.4 opens a channel it runs a FindServers and a GetEndpoints handshake of
     // its own: it reopens the channel presenting another URL taken from the FindServers answer,
     // and it gives up on a server none of whose endpoints uses a policy it has (only None here).

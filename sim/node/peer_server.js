@@ -29,6 +29,7 @@ const args = parseArgs(process.argv.slice(2), {
     "register-to": { default: "" },
     capabilities: { default: "DA" },
     "extra-variables": { default: "0" },
+    "endless-continuation": { default: "" },
     "exit-on-stdin-close": { flag: true, default: false }
 });
 
@@ -134,6 +135,80 @@ function buildAddressSpace(server) {
     }
 }
 
+// --endless-continuation repeat|grow: the folder Plant.Endless pages its children for ever.
+// Its Browse gives Plant.Endless.V0 and a continuation point; "repeat" answers every BrowseNext
+// with the next variable and that same point again, "grow" with one new variable (made on the
+// spot) and a new point each time. Other nodes page as usual.
+function installEndlessContinuation(server, mode) {
+    if (mode !== "repeat" && mode !== "grow") fail(`invalid --endless-continuation "${mode}"`);
+    const addressSpace = server.engine.addressSpace;
+    const namespace = addressSpace.getOwnNamespace();
+    const plant = addressSpace.findNode(`ns=${namespace.index};s=Plant`);
+    const endless = namespace.addFolder(plant, { nodeId: "s=Plant.Endless", browseName: "Endless" });
+    const endlessId = endless.nodeId.toString();
+    const child = (k) =>
+        addressSpace.findNode(`ns=${namespace.index};s=Plant.Endless.V${k}`) ||
+        variable(namespace, endless, `Plant.Endless.V${k}`, `V${k}`, "Int32", k);
+    child(0);
+    child(1);
+    const hasComponent = opcua.resolveNodeId("HasComponent");
+    const page = (k, point) =>
+        new opcua.BrowseResult({
+            statusCode: opcua.StatusCodes.Good,
+            continuationPoint: Buffer.from(point),
+            references: [
+                new opcua.ReferenceDescription({
+                    referenceTypeId: hasComponent,
+                    isForward: true,
+                    nodeId: child(k).nodeId,
+                    browseName: child(k).browseName,
+                    displayName: child(k).displayName[0],
+                    nodeClass: opcua.NodeClass.Variable,
+                    typeDefinition: child(k).typeDefinition
+                })
+            ]
+        });
+    const firstPoint = mode === "repeat" ? "endless-repeat" : "endless:1";
+
+    const browse = server._on_BrowseRequest.bind(server);
+    server._on_BrowseRequest = (message, channel) => {
+        if (!channel.endlessContinuation) {
+            channel.endlessContinuation = true;
+            const send = channel.send_response;
+            channel.send_response = function (type, response, request, ...rest) {
+                if (response instanceof opcua.BrowseResponse && request && request.request instanceof opcua.BrowseRequest) {
+                    request.request.nodesToBrowse.forEach((description, i) => {
+                        if (description.nodeId.toString() === endlessId && response.results && response.results[i])
+                            response.results[i] = page(0, firstPoint);
+                    });
+                }
+                return send.call(this, type, response, request, ...rest);
+            };
+        }
+        return browse(message, channel);
+    };
+
+    const browseNext = server._on_BrowseNextRequest.bind(server);
+    server._on_BrowseNextRequest = (message, channel) => {
+        const points = (message.request.continuationPoints || []).map((point) => (point ? point.toString() : ""));
+        if (!points.some((point) => point.startsWith("endless"))) return browseNext(message, channel);
+        server._apply_on_SessionObject(opcua.BrowseNextResponse, message, channel, (session, sendResponse) => {
+            const results = points.map((point) => {
+                if (message.request.releaseContinuationPoints || !point.startsWith("endless"))
+                    return new opcua.BrowseResult({
+                        statusCode: point.startsWith("endless")
+                            ? opcua.StatusCodes.Good
+                            : opcua.StatusCodes.BadContinuationPointInvalid
+                    });
+                if (mode === "repeat") return page(1, point);
+                const k = Number(point.slice("endless:".length));
+                return page(k, `endless:${k + 1}`);
+            });
+            sendResponse(new opcua.BrowseNextResponse({ results }));
+        });
+    };
+}
+
 async function main() {
     const pki = makePkiFolder("node-peer");
     const security = securitySettings(args.security);
@@ -174,6 +249,7 @@ async function main() {
     const stop = exitWith(server);
     await server.initialize();
     buildAddressSpace(server);
+    if (args["endless-continuation"]) installEndlessContinuation(server, args["endless-continuation"]);
     if (args["register-to"]) {
         // The registration is part of being ready: tests look the server up right away.
         await new Promise((resolve, reject) => {

@@ -2,6 +2,7 @@
 // same order, and the same warnings: on every kind of address space the browse tests use, on
 // servers that limit or punish large requests, and on another stack.
 
+#include "client_core/continuation_guard.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/sim_fixture.h"
 #include "sim/support/process_runner.h"
@@ -55,7 +56,8 @@ std::string describe(const ClientCore::BrowseItem& item)
 
 // Both walks of the same server, one after the other in one session (servers list their sessions
 // in the address space), compared item by item and warning by warning.
-void expectSameWalk(DeviceInstancePlugin plugin, int timeoutMs = 5000, int* itemCount = nullptr)
+void expectSameWalk(DeviceInstancePlugin plugin, int timeoutMs = 5000, int* itemCount = nullptr,
+                    Walk* referenceOut = nullptr)
 {
     ClientCore core(plugin, QString(), "tests", timeoutMs);
     ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
@@ -72,6 +74,8 @@ void expectSameWalk(DeviceInstancePlugin plugin, int timeoutMs = 5000, int* item
     EXPECT_EQ(batched.progressCalls, reference.progressCalls);
     if (itemCount)
         *itemCount = reference.items.size();
+    if (referenceOut)
+        *referenceOut = reference;
 }
 
 QJsonObject withSpace(QJsonObject scenario, const QJsonObject& settings)
@@ -254,4 +258,46 @@ TEST(BrowseSources, NodeOpcUaPeer)
     int count = 0;
     expectSameWalk(plugin, 10000, &count);
     EXPECT_GT(count, 5);
+}
+
+DeviceInstancePlugin endlessPeerPlugin(const NodePeer& peer)
+{
+    DeviceInstancePlugin plugin;
+    plugin.instanceName = QStringLiteral("endless node-opcua peer");
+    plugin.address = peer.endpointUrl();
+    plugin.settings["security_mode"] = "1";
+    plugin.settings["security_policies"] = noneUri;
+    return plugin;
+}
+
+int endlessItems(const Walk& walk)
+{
+    int count = 0;
+    for (const ClientCore::BrowseItem& item : walk.items)
+        count += item.nodeId.contains(QStringLiteral("s=Plant.Endless.V")) ? 1 : 0;
+    return count;
+}
+
+const QString endlessEnded = QStringLiteral("BrowseNext failed for ns=1;s=Plant.Endless: BadContinuationPointInvalid");
+
+TEST(BrowseSources, ContinuationPointGivenAgainEndsTheChain)
+{
+    NodePeer peer;
+    START_PEER_OR_SKIP(peer, (QStringList{"--endless-continuation", "repeat"}));
+    Walk reference;
+    expectSameWalk(endlessPeerPlugin(peer), 10000, nullptr, &reference);
+    EXPECT_TRUE(reference.warnings.contains(endlessEnded)) << reference.warnings.join('\n').toStdString();
+    // The pages received before the chain ended count: the Browse result's V0 and the BrowseNext's V1.
+    EXPECT_EQ(endlessItems(reference), 2);
+    EXPECT_GT(reference.items.size(), 12);
+}
+
+TEST(BrowseSources, ChainThatNeverEndsStopsAtThePageBound)
+{
+    NodePeer peer;
+    START_PEER_OR_SKIP(peer, (QStringList{"--endless-continuation", "grow"}));
+    Walk reference;
+    expectSameWalk(endlessPeerPlugin(peer), 10000, nullptr, &reference);
+    EXPECT_TRUE(reference.warnings.contains(endlessEnded)) << reference.warnings.mid(0, 20).join('\n').toStdString();
+    EXPECT_EQ(endlessItems(reference), int(chainPageLimit));
 }

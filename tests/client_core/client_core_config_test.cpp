@@ -124,6 +124,19 @@ TEST(ClientConfiguration, NoSecurityAndNoUserReadsNoFile)
     EXPECT_TRUE(capture.texts(QtCriticalMsg).isEmpty());
 }
 
+TEST(ClientConfiguration, UnsecuredAndEncryptedClientsAnnounceTheItemMessageLimits)
+{
+    QTemporaryDir dir;
+    writeDefaultCertificateFiles(dir);
+    for (const char* policy : {noneUri, basic256Sha256Uri}) {
+        DeviceInstancePlugin plugin = offlinePlugin(policy == noneUri ? "1" : "3", policy);
+        ClientCore core(plugin, filesPathOf(dir), "tests", 0);
+        const UA_ConnectionConfig& connection = configOf(core)->localConnectionConfig;
+        EXPECT_EQ(connection.localMaxMessageSize, 32u * 1024 * 1024) << policy;
+        EXPECT_EQ(connection.localMaxChunkCount, 4096u) << policy;
+    }
+}
+
 TEST(ClientConfiguration, UserNameOnUnsecuredChannelReadsCertificateAndKey)
 {
     QTemporaryDir dir;

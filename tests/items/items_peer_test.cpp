@@ -135,3 +135,49 @@ TEST_F(ItemsPeer, PasswordOnAnUnsecuredEndpointIsRejectedAsAnEndpointProblem)
         << result.err.constData();
     EXPECT_TRUE(result.out.isEmpty());
 }
+
+// A server whose continuation chain never ends: the walk ends that chain, reports it, and
+// goes on with the rest of the address space.
+class ItemsEndlessPeer : public ItemsPeer, public ::testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(ItemsEndlessPeer, EndlessContinuationEndsTheChainAndTheJobSucceeds)
+{
+    startPeer({"--endless-continuation", GetParam()});
+    if (IsSkipped())
+        return;
+    const QString snapshot = path("snapshot.json");
+    // Ten thousand pages take seconds; the wait leaves room for a busy machine.
+    const ProcessResult result = run(QJsonObject{{"device", noneDevice(peer_.endpointUrl())}, {"timeout_ms", 10000}},
+                                     {}, {{"OVRIN_DISCOVERY_OUTPUT_FILE", snapshot}}, 200000);
+    ASSERT_TRUE(result.finished) << "did not end";
+    ASSERT_EQ(result.exitCode, 0) << result.err.constData();
+    bool parsed = false;
+    const QJsonObject document = items_test::parseObject(result.out, &parsed);
+    ASSERT_TRUE(parsed) << result.out.constData();
+    const QJsonArray items = document.value("items").toArray();
+    QStringList warnings;
+    for (const QJsonValue& warning : document.value("warnings").toArray())
+        warnings.append(warning.toString());
+    EXPECT_TRUE(warnings.contains("BrowseNext failed for ns=1;s=Plant.Endless: BadContinuationPointInvalid"))
+        << warnings.join('\n').toStdString();
+    int endless = 0;
+    for (const QString& id : items_test::identifiers(items))
+        endless += id.startsWith("ns=1;s=Plant.Endless.V") ? 1 : 0;
+    EXPECT_EQ(endless, QByteArray(GetParam()) == "repeat" ? 2 : 10000);
+    // The rest of the address space is still there.
+    EXPECT_FALSE(itemById(items, "ns=1;s=Plant.Utilities.Compressor.Hours").isEmpty());
+    EXPECT_FALSE(itemById(items, "ns=1;s=Plant.Line1.Press.Running").isEmpty());
+    // Ten thousand items are many snapshots; the last one is a whole document.
+    if (QByteArray(GetParam()) == "grow") {
+        bool ok = false;
+        QFile file(snapshot);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(items_test::parseObject(file.readAll(), &ok).value("success").toBool());
+        EXPECT_TRUE(ok);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(SameContinuationPointAndOneNewVariableAPage, ItemsEndlessPeer,
+                         ::testing::Values("repeat", "grow"));

@@ -106,6 +106,15 @@ TEST(DiscoveryClient, IsSilentWithTheShortRequestTimeout)
     EXPECT_EQ(config->eventLoop->logger, config->logging);
 }
 
+TEST(DiscoveryClient, AnnouncesItsSmallMessageLimits)
+{
+    Ua::Client client = newDiscoveryClient();
+    ASSERT_TRUE(client);
+    const UA_ConnectionConfig& connection = UA_Client_getConfig(client.get())->localConnectionConfig;
+    EXPECT_EQ(connection.localMaxMessageSize, 8u * 1024 * 1024);
+    EXPECT_EQ(connection.localMaxChunkCount, 1024u);
+}
+
 TEST(DiscoveryClient, ConnectFailureOnAClosedPortPrintsNothingAndCleansUp)
 {
     // The result goes nowhere; what counts is that the stack stays silent and frees everything.

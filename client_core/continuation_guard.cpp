@@ -1,0 +1,34 @@
+#include "client_core/continuation_guard.h"
+
+namespace {
+
+bool repeats(const UA_BrowseResult& page, const UA_BrowseResult& previous)
+{
+    if (!UA_ByteString_equal(&page.continuationPoint, &previous.continuationPoint)
+        || page.referencesSize != previous.referencesSize)
+        return false;
+    for (size_t i = 0; i < page.referencesSize; ++i) {
+        if (!UA_equal(&page.references[i], &previous.references[i], &UA_TYPES[UA_TYPES_REFERENCEDESCRIPTION]))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+ContinuationGuard::ContinuationGuard(size_t pageLimit, size_t referenceLimit)
+    : pageLimit_(pageLimit)
+    , referenceLimit_(referenceLimit)
+{
+}
+
+bool ContinuationGuard::admit(const UA_BrowseResult& page, const UA_BrowseResult* previous)
+{
+    ++pages_;
+    references_ += page.referencesSize;
+    if (UA_StatusCode_isBad(page.statusCode) || page.continuationPoint.length == 0)
+        return true;
+    if (previous && repeats(page, *previous))
+        return false;
+    return pages_ < pageLimit_ && references_ < referenceLimit_;
+}
