@@ -12,7 +12,6 @@
 
 #include <QHash>
 #include <QJsonArray>
-#include <QJsonObject>
 #include <QList>
 #include <QSet>
 #include <QStringList>
@@ -108,22 +107,13 @@ QJsonArray discoverDeviceRecords(const QList<Candidate>& scanned, int timeoutMs,
 
     // A candidate whose server was not asked in time is still reported, with what the scan and
     // the discovery queries gave it. Two candidates can end at one identifier (a discovery URL
-    // whose server then offers another endpoint): the gateway imports by identifier, so the
-    // first record keeps it and later ones are dropped.
-    QJsonArray devices;
-    QSet<QString> seenIds;
+    // whose server then offers another endpoint): the first keeps it.
     for (Candidate& candidate : candidates) {
         const auto answer = endpoints.constFind(OpcUaDiscovery::candidateQueryUrl(candidate));
         if (answer != endpoints.constEnd())
             OpcUaDiscovery::applyEndpointsAnswer(&candidate, *answer);
-        const QJsonObject record = OpcUaDiscovery::candidateToJson(candidate);
-        const QString id = record.value(QLatin1String("external_id")).toString();
-        if (seenIds.contains(id))
-            continue;
-        seenIds.insert(id);
-        devices.append(record);
     }
-    return devices;
+    return OpcUaDiscovery::deviceRecordsOnePerId(candidates);
 }
 
 int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
