@@ -12,6 +12,8 @@
 //   --endpoint-url URL   GetEndpoints advertises URL (default: the URL it was asked with)
 //   --listed-port P      the servers and records it lists are at port P of ADDRESS (default: PORT)
 // Prints "ready <port>" once it listens and runs until SIGTERM or SIGINT.
+#include "sim/support/raw_peer.h"
+#include "sim/support/uacp_messages.h"
 #include "ua/holders.h"
 
 #include <open62541/types.h>
@@ -61,12 +63,6 @@ struct Connection
     uint32_t sequenceNumber = 50;
 };
 
-void putU32(std::string* out, uint32_t value)
-{
-    for (int shift = 0; shift < 32; shift += 8)
-        out->push_back(static_cast<char>((value >> shift) & 0xFF));
-}
-
 uint32_t readU32(const std::string& data, size_t offset)
 {
     uint32_t value = 0;
@@ -77,7 +73,7 @@ uint32_t readU32(const std::string& data, size_t offset)
 
 void putString(std::string* out, const std::string& text)
 {
-    putU32(out, static_cast<uint32_t>(text.size()));
+    uacp::putU32(out, static_cast<uint32_t>(text.size()));
     out->append(text);
 }
 
@@ -293,11 +289,11 @@ bool sendMessage(Connection* connection, uint32_t requestId, const std::string& 
         const size_t part = std::min(room, body.size() - offset);
         const bool last = offset + part == body.size();
         std::string chunk = last ? "MSGF" : "MSGC";
-        putU32(&chunk, static_cast<uint32_t>(symmetricHeaderSize + part));
-        putU32(&chunk, channelId);
-        putU32(&chunk, tokenId);
-        putU32(&chunk, ++connection->sequenceNumber);
-        putU32(&chunk, requestId);
+        uacp::putU32(&chunk, static_cast<uint32_t>(symmetricHeaderSize + part));
+        uacp::putU32(&chunk, channelId);
+        uacp::putU32(&chunk, tokenId);
+        uacp::putU32(&chunk, ++connection->sequenceNumber);
+        uacp::putU32(&chunk, requestId);
         chunk.append(body, offset, part);
         if (!sendAll(connection->fd, chunk))
             return false;
@@ -313,12 +309,12 @@ bool acknowledge(Connection* connection, const std::string& hello)
     // Hello: header, protocol version, receive buffer size, send buffer size, ...
     connection->sendBufferSize = std::min<uint32_t>(65535, std::max<uint32_t>(8192, readU32(hello, 12)));
     std::string ack = "ACKF";
-    putU32(&ack, 28);
-    putU32(&ack, 0);
-    putU32(&ack, 65535);
-    putU32(&ack, connection->sendBufferSize);
-    putU32(&ack, 0);
-    putU32(&ack, 0);
+    uacp::putU32(&ack, 28);
+    uacp::putU32(&ack, 0);
+    uacp::putU32(&ack, 65535);
+    uacp::putU32(&ack, connection->sendBufferSize);
+    uacp::putU32(&ack, 0);
+    uacp::putU32(&ack, 0);
     return sendAll(connection->fd, ack);
 }
 
@@ -349,13 +345,13 @@ bool openChannel(Connection* connection, const std::string& message)
     response->securityToken.createdAt = UA_DateTime_now();
     response->securityToken.revisedLifetime = request->requestedLifetime ? request->requestedLifetime : 600000;
     std::string out = "OPNF";
-    putU32(&out, 0);
-    putU32(&out, channelId);
+    uacp::putU32(&out, 0);
+    uacp::putU32(&out, channelId);
     putString(&out, "http://opcfoundation.org/UA/SecurityPolicy#None");
-    putU32(&out, 0xFFFFFFFFu);
-    putU32(&out, 0xFFFFFFFFu);
-    putU32(&out, ++connection->sequenceNumber);
-    putU32(&out, requestId);
+    uacp::putU32(&out, 0xFFFFFFFFu);
+    uacp::putU32(&out, 0xFFFFFFFFu);
+    uacp::putU32(&out, ++connection->sequenceNumber);
+    uacp::putU32(&out, requestId);
     out += encodeBody(*response, UA_TYPES_OPENSECURECHANNELRESPONSE);
     const uint32_t size = static_cast<uint32_t>(out.size());
     for (int i = 0; i < 4; ++i)
@@ -466,60 +462,21 @@ int main(int argc, char** argv)
         }
     }
     std::signal(SIGPIPE, SIG_IGN);
-    const int port = std::atoi(argv[2]);
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int one = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    if (port < 0 || port > 65535 || ::inet_pton(AF_INET, argv[1], &address.sin_addr) != 1
-        || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
-        || ::listen(listener, 64) != 0) {
-        std::fprintf(stderr, "opcua_flood_peer: cannot listen on %s:%s: %s\n", argv[1], argv[2], std::strerror(errno));
+    int port = 0;
+    const int listener = raw_peer::listenAndAnnounce("opcua_flood_peer", argv[1], argv[2], &port);
+    if (listener < 0)
         return 1;
-    }
-    socklen_t length = sizeof address;
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    settings.base = "opc.tcp://" + std::string(argv[1]) + ":" + std::to_string(ntohs(address.sin_port));
-    settings.listedBase = listedPort > 0 ? "opc.tcp://" + std::string(argv[1]) + ":" + std::to_string(listedPort)
-                                         : settings.base;
-    std::printf("ready %d\n", ntohs(address.sin_port));
-    std::fflush(stdout);
-
-    std::vector<Connection> connections;
-    for (;;) {
-        std::vector<pollfd> watched{{listener, POLLIN, 0}};
-        for (const Connection& c : connections)
-            watched.push_back({c.fd, POLLIN, 0});
-        if (::poll(watched.data(), watched.size(), -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            return 1;
-        }
-        std::vector<Connection> kept;
-        for (size_t i = 0; i < connections.size(); ++i) {
-            Connection& c = connections[i];
-            if ((watched[i + 1].revents & (POLLIN | POLLHUP | POLLERR)) && !serve(settings, &c)) {
-                ::close(c.fd);
-                continue;
-            }
-            kept.push_back(std::move(c));
-        }
-        connections.swap(kept);
-        if (watched[0].revents & POLLIN) {
-            const int fd = ::accept(listener, nullptr, nullptr);
-            if (fd >= 0) {
-                if (connections.size() >= maxConnections) {
-                    ::close(connections.front().fd);
-                    connections.erase(connections.begin());
-                }
-                // Answers go out at once, not held back for the client's acknowledgements.
-                ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
-                Connection connection;
-                connection.fd = fd;
-                connections.push_back(std::move(connection));
-            }
-        }
-    }
+    const std::string host = argv[1];
+    settings.base = "opc.tcp://" + host + ":" + std::to_string(port);
+    settings.listedBase = listedPort > 0 ? "opc.tcp://" + host + ":" + std::to_string(listedPort) : settings.base;
+    const auto accepted = [](int fd) {
+        // Answers go out at once, not held back for the client's acknowledgements.
+        const int one = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+        Connection connection;
+        connection.fd = fd;
+        return connection;
+    };
+    return raw_peer::serveConnections<Connection>(listener, maxConnections, accepted,
+                                                  [&settings](Connection* c) { return serve(settings, c); });
 }
