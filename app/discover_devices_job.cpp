@@ -6,6 +6,7 @@
 #include "discovery/device_record.h"
 #include "discovery/endpoint_selection.h"
 #include "discovery/options.h"
+#include "discovery/peer_bounds.h"
 #include "discovery/scan_engine.h"
 #include "discovery/transport.h"
 
@@ -16,20 +17,37 @@
 #include <QStringList>
 
 using OpcUaDiscovery::Candidate;
+using OpcUaDiscovery::DiscoveredServer;
 using OpcUaDiscovery::DiscoveryAnswer;
 using OpcUaDiscovery::EndpointsAnswer;
 
 namespace {
 
 // Widens the scanned candidates with the servers their discovery services know. The first
-// candidate to bring a discovery URL wins; later ones with the same URL are dropped.
-QList<Candidate> mergeDiscoveredServers(const QList<Candidate>& scanned, const std::vector<DiscoveryAnswer>& answers)
+// candidate to bring a discovery URL wins; later ones with the same URL are dropped. One answer
+// adds at most kMaxCandidatesPerAnswer candidates; what it named beyond is left out with a warning.
+QList<Candidate> mergeDiscoveredServers(const QList<Candidate>& scanned, const std::vector<DiscoveryAnswer>& answers,
+                                        QStringList* warnings)
 {
     QSet<QString> seenDiscoveryUrls;
     QList<Candidate> candidates;
     for (int i = 0; i < scanned.size(); ++i) {
-        const QList<Candidate> merged =
-            OpcUaDiscovery::mergeFindServersDiscoveryUrls(scanned.at(i), answers[static_cast<size_t>(i)].servers);
+        const DiscoveryAnswer& answer = answers[static_cast<size_t>(i)];
+        const QList<QList<DiscoveredServer>> byService{answer.servers.mid(0, answer.findServersCount),
+                                                       answer.servers.mid(answer.findServersCount)};
+        QList<int> leftOut;
+        const QList<Candidate> merged = OpcUaDiscovery::mergeDiscoveryAnswers(
+            scanned.at(i), byService, OpcUaDiscovery::kMaxCandidatesPerAnswer, &leftOut);
+        for (int service = 0; service < leftOut.size(); ++service) {
+            if (leftOut.at(service) > 0 && warnings) {
+                warnings->append(QStringLiteral("OPC UA discovery took the first %1 servers that %2 of %3 listed; "
+                                                "%4 more were left out.")
+                                     .arg(QString::number(OpcUaDiscovery::kMaxCandidatesPerAnswer),
+                                          QLatin1String(service == 0 ? "FindServers" : "FindServersOnNetwork"),
+                                          OpcUaDiscovery::candidateQueryUrl(scanned.at(i)),
+                                          QString::number(leftOut.at(service))));
+            }
+        }
         for (const Candidate& candidate : merged) {
             if (seenDiscoveryUrls.contains(candidate.endpointUrl))
                 continue;
@@ -62,8 +80,10 @@ QHash<QString, EndpointsAnswer> endpointsAnswers(const QList<Candidate>& candida
     QStringList pending;
     for (const Candidate& candidate : candidates) {
         const QString url = OpcUaDiscovery::candidateQueryUrl(candidate);
-        if (!settled.contains(url) && !pending.contains(url))
+        if (!settled.contains(url)) {
+            settled.insert(url);
             pending.append(url);
+        }
     }
     const std::vector<EndpointsAnswer> asked = OpcUaDiscovery::askEndpoints(pending, budget, options);
     for (int i = 0; i < pending.size(); ++i) {
@@ -76,25 +96,24 @@ QHash<QString, EndpointsAnswer> endpointsAnswers(const QList<Candidate>& candida
 } // namespace
 
 QJsonArray discoverDeviceRecords(const QList<Candidate>& scanned, int timeoutMs,
-                                 const OpcUaDiscovery::QueryOptions& queryOptions)
+                                 const OpcUaDiscovery::QueryOptions& queryOptions, QStringList* warnings)
 {
     // The budget bounds the scan and, again and separately, the queries that follow it.
     const OpcUaDiscovery::QueryBudget budget(timeoutMs);
     const std::vector<DiscoveryAnswer> answers = OpcUaDiscovery::askDiscoveryServices(scanned, budget, queryOptions);
-    QList<Candidate> candidates = mergeDiscoveredServers(scanned, answers);
+    QList<Candidate> candidates = mergeDiscoveredServers(scanned, answers, warnings);
     const QHash<QString, EndpointsAnswer> endpoints =
         endpointsAnswers(candidates, scanned, answers, budget, queryOptions);
 
     // A candidate whose server was not asked in time is still reported, with what the scan and
-    // the discovery queries gave it.
-    QJsonArray devices;
+    // the discovery queries gave it. Two candidates can end at one identifier (a discovery URL
+    // whose server then offers another endpoint): the first keeps it.
     for (Candidate& candidate : candidates) {
         const auto answer = endpoints.constFind(OpcUaDiscovery::candidateQueryUrl(candidate));
         if (answer != endpoints.constEnd())
             OpcUaDiscovery::applyEndpointsAnswer(&candidate, *answer);
-        devices.append(OpcUaDiscovery::candidateToJson(candidate));
     }
-    return devices;
+    return OpcUaDiscovery::deviceRecordsOnePerId(candidates);
 }
 
 int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
@@ -104,7 +123,7 @@ int runDiscoverDevices(const QJsonObject& request, const QString& outputPath)
 
     OpcUaDiscovery::QtTransport transport;
     const QList<Candidate> scanned = OpcUaDiscovery::discoverDevices(options, transport, &warnings, nullptr);
-    const QJsonArray devices = discoverDeviceRecords(scanned, options.timeoutMs);
+    const QJsonArray devices = discoverDeviceRecords(scanned, options.timeoutMs, {}, &warnings);
 
     QString error;
     if (!writeResult(buildDevicesResult(request, devices, warnings), outputPath, &error))

@@ -3,6 +3,8 @@
 #include "discovery/labels.h"
 #include "ua/security_policy.h"
 
+#include <QSet>
+
 namespace OpcUaDiscovery {
 
 namespace {
@@ -72,6 +74,21 @@ QJsonObject candidateToJson(const Candidate& candidate)
     record.insert(QStringLiteral("uid_hint"), uid);
     record.insert(QStringLiteral("user_defined_fields"), settings);
     return record;
+}
+
+QJsonArray deviceRecordsOnePerId(const QList<Candidate>& candidates)
+{
+    QJsonArray records;
+    QSet<QString> seenIds;
+    for (const Candidate& candidate : candidates) {
+        const QJsonObject record = candidateToJson(candidate);
+        const QString id = record.value(QLatin1String("external_id")).toString();
+        if (seenIds.contains(id))
+            continue;
+        seenIds.insert(id);
+        records.append(record);
+    }
+    return records;
 }
 
 } // namespace OpcUaDiscovery

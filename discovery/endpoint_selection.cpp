@@ -1,6 +1,7 @@
 #include "discovery/endpoint_selection.h"
 
 #include "discovery/labels.h"
+#include "discovery/peer_bounds.h"
 
 #include <QSet>
 
@@ -113,18 +114,31 @@ void applyApplicationIdentity(Candidate* candidate, const DiscoveredServer& serv
 {
     if (!candidate)
         return;
-    assignIfNotEmpty(&candidate->applicationName, server.applicationName);
+    assignIfNotEmpty(&candidate->applicationName, boundedName(server.applicationName.trimmed()));
     assignIfNotEmpty(&candidate->applicationUri, server.applicationUri);
     assignIfNotEmpty(&candidate->productUri, server.productUri);
     assignIfNotEmpty(&candidate->applicationType, server.applicationType);
+    if (server.capabilities.isEmpty() || candidate->capabilities.size() >= kMaxCapabilities)
+        return;
+    QSet<QString> known(candidate->capabilities.cbegin(), candidate->capabilities.cend());
     for (const QString& capability : server.capabilities) {
         const QString trimmed = capability.trimmed();
-        if (!trimmed.isEmpty() && !candidate->capabilities.contains(trimmed))
-            candidate->capabilities.append(trimmed);
+        if (trimmed.isEmpty() || trimmed.size() > kMaxCapabilityLength || known.contains(trimmed))
+            continue;
+        known.insert(trimmed);
+        candidate->capabilities.append(trimmed);
+        if (candidate->capabilities.size() >= kMaxCapabilities)
+            return;
     }
 }
 
 QList<Candidate> mergeFindServersDiscoveryUrls(const Candidate& base, const QList<DiscoveredServer>& servers)
+{
+    return mergeDiscoveryAnswers(base, {servers}, -1, nullptr);
+}
+
+QList<Candidate> mergeDiscoveryAnswers(const Candidate& base, const QList<QList<DiscoveredServer>>& answers,
+                                       int maxAddedPerAnswer, QList<int>* leftOut)
 {
     Candidate primary = base;
     const QString primaryKey = candidateEndpoint(base);
@@ -132,40 +146,55 @@ QList<Candidate> mergeFindServersDiscoveryUrls(const Candidate& base, const QLis
     QSet<QString> known{primaryKey, scannedKey};
 
     QList<Candidate> extra;
-    for (const DiscoveredServer& server : servers) {
-        const OpcTcpUrl parsed = parseOpcTcpUrl(server.discoveryUrl);
-        if (!parsed.ok)
-            continue;
-        // A host name in a discovery URL cannot be trusted to resolve from the gateway.
-        const QString host = parsed.isIpv4 ? parsed.host : base.host;
-        if (host.isEmpty())
-            continue;
-        const quint16 port = parsed.port == 0 ? base.port : parsed.port;
-        const QString url = rewriteEndpointHost(endpointFor(host, port) + parsed.path, host, port);
+    if (leftOut)
+        leftOut->clear();
+    for (const QList<DiscoveredServer>& servers : answers) {
+        int added = 0;
+        int left = 0;
+        for (const DiscoveredServer& server : servers) {
+            if (!withinPeerBounds(server))
+                continue;
+            const OpcTcpUrl parsed = parseOpcTcpUrl(server.discoveryUrl);
+            if (!parsed.ok)
+                continue;
+            // A host name in a discovery URL cannot be trusted to resolve from the gateway.
+            const QString host = parsed.isIpv4 ? parsed.host : base.host;
+            if (host.isEmpty())
+                continue;
+            const quint16 port = parsed.port == 0 ? base.port : parsed.port;
+            const QString url = rewriteEndpointHost(endpointFor(host, port) + parsed.path, host, port);
 
-        if (url == primaryKey || url == scannedKey) {
-            applyApplicationIdentity(&primary, server);
-            continue;
+            if (url == primaryKey || url == scannedKey) {
+                applyApplicationIdentity(&primary, server);
+                continue;
+            }
+            if (known.contains(url))
+                continue;
+            known.insert(url);
+            if (maxAddedPerAnswer >= 0 && added >= maxAddedPerAnswer) {
+                ++left;
+                continue;
+            }
+            ++added;
+
+            Candidate found = base;
+            found.host = host;
+            found.port = port;
+            found.endpointUrl = url;
+            found.source = QStringLiteral("findservers");
+            found.advertisedEndpointUrl = server.discoveryUrl.trimmed();
+            found.endpointSelected = false;
+            found.offeredEndpoints.clear();
+            found.applicationName.clear();
+            found.applicationUri.clear();
+            found.productUri.clear();
+            found.applicationType.clear();
+            found.capabilities.clear();
+            applyApplicationIdentity(&found, server);
+            extra.append(found);
         }
-        if (known.contains(url))
-            continue;
-        known.insert(url);
-
-        Candidate found = base;
-        found.host = host;
-        found.port = port;
-        found.endpointUrl = url;
-        found.source = QStringLiteral("findservers");
-        found.advertisedEndpointUrl = server.discoveryUrl.trimmed();
-        found.endpointSelected = false;
-        found.offeredEndpoints.clear();
-        found.applicationName.clear();
-        found.applicationUri.clear();
-        found.productUri.clear();
-        found.applicationType.clear();
-        found.capabilities.clear();
-        applyApplicationIdentity(&found, server);
-        extra.append(found);
+        if (leftOut)
+            leftOut->append(left);
     }
 
     extra.prepend(primary);

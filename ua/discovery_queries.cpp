@@ -2,6 +2,7 @@
 
 #include "discovery/endpoint_selection.h"
 #include "discovery/labels.h"
+#include "discovery/peer_bounds.h"
 #include "discovery/worker_threads.h"
 #include "ua/holders.h"
 #include "ua/security_policy.h"
@@ -193,6 +194,7 @@ std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanne
         ServerChannel channel{url.toUtf8(), !options.channelPerServer, {}, false};
         DiscoveryAnswer& answer = answers[static_cast<size_t>(index)];
         answer.servers = findServers(&channel, budget);
+        answer.findServersCount = answer.servers.size();
         answer.servers += findServersOnNetwork(&channel, budget);
         answer.endpoints = getEndpoints(&channel, budget);
         answer.unresponsive = channel.unresponsive;
@@ -215,14 +217,25 @@ void applyEndpointsAnswer(Candidate* candidate, const EndpointsAnswer& answer)
 {
     if (!candidate || !answer.answered)
         return;
-    selectImportEndpoint(answer.offers, candidate);
+    // An endpoint holding an overlong URL or URI is left out, as if the server had not offered it.
+    QList<EndpointOffer> offers;
+    QList<DiscoveredServer> describedServers;
+    for (int i = 0; i < answer.offers.size(); ++i) {
+        if (withinPeerBounds(answer.offers.at(i)) && withinPeerBounds(answer.describedServers.at(i))) {
+            offers.append(answer.offers.at(i));
+            describedServers.append(answer.describedServers.at(i));
+        }
+    }
+    if (offers.isEmpty())
+        return;
+    selectImportEndpoint(offers, candidate);
 
     DiscoveredServer identity;
-    for (int i = 0; i < answer.offers.size(); ++i) {
-        const DiscoveredServer& described = answer.describedServers.at(i);
+    for (int i = 0; i < offers.size(); ++i) {
+        const DiscoveredServer& described = describedServers.at(i);
         if (!hasIdentity(identity))
             identity = described;
-        const QString& offeredUrl = answer.offers.at(i).endpointUrl;
+        const QString& offeredUrl = offers.at(i).endpointUrl;
         if ((!candidate->advertisedEndpointUrl.isEmpty() && candidate->advertisedEndpointUrl == offeredUrl)
             || candidate->endpointUrl == offeredUrl)
             identity = described;

@@ -49,6 +49,7 @@ struct EndpointsAnswer
 struct DiscoveryAnswer
 {
     QList<DiscoveredServer> servers; // those of FindServers, then those of FindServersOnNetwork
+    int findServersCount = 0;        // how many of them FindServers gave
     EndpointsAnswer endpoints;       // GetEndpoints of the same URL
     bool unresponsive = false;       // no channel opened or a request timed out: nothing more was asked
 };

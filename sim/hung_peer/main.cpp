@@ -4,22 +4,17 @@
 // closes them, so every client call ends in its own time-out.
 //   opcua_hung_peer ADDRESS PORT      (PORT 0: any free port)
 // Prints "ready <port>" once it listens (as opcua_sim does) and runs until SIGTERM or SIGINT.
+#include "sim/support/raw_peer.h"
 #include "sim/support/uacp_messages.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -65,53 +60,10 @@ int main(int argc, char** argv)
         return 2;
     }
     std::signal(SIGPIPE, SIG_IGN);
-    const int port = std::atoi(argv[2]);
-    const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
-    const int one = 1;
-    ::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    if (port < 0 || port > 65535 || ::inet_pton(AF_INET, argv[1], &address.sin_addr) != 1
-        || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0
-        || ::listen(listener, 64) != 0) {
-        std::fprintf(stderr, "opcua_hung_peer: cannot listen on %s:%s: %s\n", argv[1], argv[2], std::strerror(errno));
+    int port = 0;
+    const int listener = raw_peer::listenAndAnnounce("opcua_hung_peer", argv[1], argv[2], &port);
+    if (listener < 0)
         return 1;
-    }
-    socklen_t length = sizeof address;
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-    std::printf("ready %d\n", ntohs(address.sin_port));
-    std::fflush(stdout);
-
-    std::vector<Connection> connections;
-    for (;;) {
-        std::vector<pollfd> watched{{listener, POLLIN, 0}};
-        for (const Connection& c : connections)
-            watched.push_back({c.fd, POLLIN, 0});
-        if (::poll(watched.data(), watched.size(), -1) < 0) {
-            if (errno == EINTR)
-                continue;
-            return 1;
-        }
-        std::vector<Connection> kept;
-        for (size_t i = 0; i < connections.size(); ++i) {
-            Connection& c = connections[i];
-            if ((watched[i + 1].revents & (POLLIN | POLLHUP | POLLERR)) && !serve(&c)) {
-                ::close(c.fd);
-                continue;
-            }
-            kept.push_back(std::move(c));
-        }
-        connections.swap(kept);
-        if (watched[0].revents & POLLIN) {
-            const int fd = ::accept(listener, nullptr, nullptr);
-            if (fd >= 0) {
-                if (connections.size() >= maxConnections) {
-                    ::close(connections.front().fd);
-                    connections.erase(connections.begin());
-                }
-                connections.push_back(Connection{fd, {}, false});
-            }
-        }
-    }
+    return raw_peer::serveConnections<Connection>(
+        listener, maxConnections, [](int fd) { return Connection{fd, {}, false}; }, serve);
 }
