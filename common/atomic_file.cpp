@@ -56,7 +56,7 @@ bool linkAnonymousFile(int fd, const QByteArray& path)
 } // namespace
 
 AtomicFile::AtomicFile(const QString& path, Durability durability)
-    : target_(QFile::encodeName(finalPath(path))), durability_(durability)
+    : given_(QFile::encodeName(path)), target_(QFile::encodeName(finalPath(path))), durability_(durability)
 {
 }
 
@@ -69,6 +69,18 @@ bool AtomicFile::open()
 {
     discard();
     failed_ = false;
+    inPlace_ = false;
+    // A device or a pipe cannot be replaced by a file without breaking whoever uses it, so it is
+    // written in place. The open does not wait for a pipe's reader: without one it fails.
+    struct stat given;
+    if (::stat(given_.constData(), &given) == 0 && !S_ISREG(given.st_mode) && !S_ISDIR(given.st_mode)) {
+        fd_ = ::open(given_.constData(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (fd_ < 0)
+            return false;
+        ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL) & ~O_NONBLOCK);
+        inPlace_ = true;
+        return true;
+    }
     const QFileInfo existing(QFile::decodeName(target_));
     if (existing.isDir() || (existing.exists() && !existing.isWritable()))
         return false;
@@ -115,6 +127,11 @@ bool AtomicFile::commit()
 {
     if (fd_ < 0)
         return false;
+    if (inPlace_) {
+        const int fd = fd_;
+        fd_ = -1;
+        return ::close(fd) == 0 && !failed_;
+    }
     bool placed = !failed_ && (durability_ == Durability::Unsynced || ::fsync(fd_) == 0);
     if (placed && partPath_.isEmpty()) {
         // The name exists only from here to the rename just below.

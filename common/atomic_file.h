@@ -10,7 +10,8 @@
 // The new file is anonymous until the commit where the file system allows it, so a killed
 // process leaves nothing behind; elsewhere it is named "<path>.part-<pid>", and
 // removeStaleAtomicFileParts clears those of dead processes. A new file is readable by its
-// owner only; a replaced file keeps its permissions.
+// owner only; a replaced file keeps its permissions. A path that names a device or a pipe is
+// written in place instead, and the commit tells whether every byte went out.
 class AtomicFile
 {
 public:
@@ -39,11 +40,13 @@ public:
 private:
     void discard();
 
+    QByteArray given_;       // the path as the caller named it
     QByteArray target_;      // the path the file takes on commit, symbolic links followed
     QByteArray partPath_;    // the named new file while there is one
     Durability durability_;
     int fd_ = -1;
     bool failed_ = false;
+    bool inPlace_ = false;   // writing straight into a device or a pipe
 };
 
 // Opens, writes and commits in one go.

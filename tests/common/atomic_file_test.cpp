@@ -10,10 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -214,4 +217,59 @@ TEST(AtomicFileStaleParts, PartsOfDeadProcessesAreRemovedOthersKept)
     EXPECT_TRUE(QFile::exists(own));
     EXPECT_TRUE(QFile::exists(otherFile));
     EXPECT_TRUE(QFile::exists(notAPid));
+}
+
+namespace {
+
+bool isCharacterDevice(const char* path)
+{
+    struct stat status;
+    return ::stat(path, &status) == 0 && S_ISCHR(status.st_mode);
+}
+
+} // namespace
+
+TEST(AtomicFile, DeviceIsWrittenInPlace)
+{
+    AtomicFile file("/dev/null", Durability::Synced);
+    ASSERT_TRUE(file.open());
+    EXPECT_TRUE(file.write("text"));
+    EXPECT_TRUE(file.commit());
+    EXPECT_TRUE(isCharacterDevice("/dev/null"));
+}
+
+TEST(AtomicFile, FullDeviceFailsTheCommitAndStaysADevice)
+{
+    AtomicFile file("/dev/full", Durability::Synced);
+    ASSERT_TRUE(file.open());
+    EXPECT_FALSE(file.write("text"));
+    EXPECT_FALSE(file.commit());
+    EXPECT_TRUE(isCharacterDevice("/dev/full"));
+}
+
+TEST(AtomicFile, PipeWithoutAReaderFailsToOpenAtOnce)
+{
+    QTemporaryDir dir;
+    const QByteArray fifo = QFile::encodeName(dir.filePath("out.fifo"));
+    ASSERT_EQ(::mkfifo(fifo.constData(), 0600), 0);
+    AtomicFile file(QFile::decodeName(fifo), Durability::Unsynced);
+    EXPECT_FALSE(file.open());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::System | QDir::Files), QStringList{"out.fifo"});
+}
+
+TEST(AtomicFile, PipeReaderGetsTheBytes)
+{
+    QTemporaryDir dir;
+    const QByteArray fifo = QFile::encodeName(dir.filePath("out.fifo"));
+    ASSERT_EQ(::mkfifo(fifo.constData(), 0600), 0);
+    const int reader = ::open(fifo.constData(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    ASSERT_TRUE(writeFileAtomically(QFile::decodeName(fifo), "document", Durability::Synced));
+    char buffer[64] = {};
+    const ssize_t got = ::read(reader, buffer, sizeof buffer);
+    ::close(reader);
+    EXPECT_EQ(QByteArray(buffer, int(std::max<ssize_t>(got, 0))), QByteArray("document"));
+    struct stat status;
+    ASSERT_EQ(::stat(fifo.constData(), &status), 0);
+    EXPECT_TRUE(S_ISFIFO(status.st_mode));
 }

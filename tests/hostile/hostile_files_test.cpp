@@ -18,6 +18,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -261,6 +264,69 @@ TEST_F(Hostile, TemporaryFilesOfDeadProcessesAreRemovedAtTheNextStart)
     ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
     EXPECT_EQ(everyEntry(dir_.path()),
               (QStringList{"progress.json", "request.json", "result.json", "result.json.part-" + liveOwner}));
+}
+
+// --- Output paths that are devices or pipes ---
+
+namespace {
+
+bool hasFileType(const QString& path, mode_t type)
+{
+    struct stat status;
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 && (status.st_mode & S_IFMT) == type;
+}
+
+} // namespace
+
+TEST_F(Hostile, ResultOnAFullDeviceFailsWithStatusSevenAndTheDeviceStays)
+{
+    const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", requestFile(devicesRequest()), "-o", "/dev/full"});
+    ASSERT_TRUE(result.finished) << test_support::describe(result);
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, QByteArray("Unable to write output file: /dev/full\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_TRUE(hasFileType("/dev/full", S_IFCHR));
+}
+
+TEST_F(Hostile, ResultAndSnapshotsOnTheNullDeviceAreDiscarded)
+{
+    startSim(typesScenario());
+    const ProcessResult result = run(QJsonObject{{"device", noneDevice(sim_.endpointUrl())}}, {"--output", "/dev/null"},
+                                     {{"OVRIN_DISCOVERY_OUTPUT_FILE", "/dev/null"}});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    EXPECT_TRUE(result.err.isEmpty());
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_TRUE(hasFileType("/dev/null", S_IFCHR));
+}
+
+TEST_F(Hostile, ResultOnAPipeWithoutAReaderFailsAtOnce)
+{
+    const QString fifo = path("result.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const ProcessResult result =
+        test_support::runDiscover({"-m", "discover_devices", "-r", requestFile(devicesRequest()), "-o", fifo}, {}, 10000);
+    ASSERT_TRUE(result.finished) << "discover blocked on its output pipe";
+    EXPECT_EQ(result.exitCode, 7);
+    EXPECT_EQ(result.err, ("Unable to open output file: " + fifo + "\n").toUtf8());
+    EXPECT_TRUE(hasFileType(fifo, S_IFIFO));
+}
+
+TEST_F(Hostile, ResultOnAPipeReachesItsReader)
+{
+    const QString fifo = path("result.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const int reader = ::open(QFile::encodeName(fifo).constData(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", requestFile(devicesRequest()), "-o", fifo});
+    QByteArray document(65536, '\0');
+    const ssize_t got = ::read(reader, document.data(), size_t(document.size()));
+    ::close(reader);
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    document.resize(int(std::max<ssize_t>(got, 0)));
+    bool ok = false;
+    EXPECT_TRUE(items_test::parseObject(document, &ok).value("devices").isArray());
+    EXPECT_TRUE(ok) << document.toStdString();
+    EXPECT_TRUE(hasFileType(fifo, S_IFIFO));
 }
 
 // --- Request files ---
