@@ -1,5 +1,8 @@
 #include "client_core/continuation_guard.h"
 
+#include <functional>
+#include <string_view>
+
 namespace {
 
 bool repeats(const UA_BrowseResult& page, const UA_BrowseResult& previous)
@@ -12,6 +15,12 @@ bool repeats(const UA_BrowseResult& page, const UA_BrowseResult& previous)
             return false;
     }
     return true;
+}
+
+size_t pointDigest(const UA_ByteString& point)
+{
+    return std::hash<std::string_view>()(
+        std::string_view(reinterpret_cast<const char*>(point.data), point.length));
 }
 
 } // namespace
@@ -30,5 +39,11 @@ bool ContinuationGuard::admit(const UA_BrowseResult& page, const UA_BrowseResult
         return true;
     if (previous && repeats(page, *previous))
         return false;
+    if (previous && !UA_ByteString_equal(&page.continuationPoint, &previous->continuationPoint)) {
+        if (previous->continuationPoint.length > 0)
+            leftPoints_.insert(pointDigest(previous->continuationPoint));
+        if (leftPoints_.count(pointDigest(page.continuationPoint)) > 0)
+            return false;
+    }
     return pages_ < pageLimit_ && references_ < referenceLimit_;
 }

@@ -138,9 +138,10 @@ function buildAddressSpace(server) {
 // --endless-continuation repeat|grow: the folder Plant.Endless pages its children for ever.
 // Its Browse gives Plant.Endless.V0 and a continuation point; "repeat" answers every BrowseNext
 // with the next variable and that same point again, "grow" with one new variable (made on the
-// spot) and a new point each time. Other nodes page as usual.
+// spot) and a new point each time, "cycle" with a new variable and two points in turn. Other
+// nodes page as usual.
 function installEndlessContinuation(server, mode) {
-    if (mode !== "repeat" && mode !== "grow") fail(`invalid --endless-continuation "${mode}"`);
+    if (mode !== "repeat" && mode !== "grow" && mode !== "cycle") fail(`invalid --endless-continuation "${mode}"`);
     const addressSpace = server.engine.addressSpace;
     const namespace = addressSpace.getOwnNamespace();
     const plant = addressSpace.findNode(`ns=${namespace.index};s=Plant`);
@@ -168,7 +169,7 @@ function installEndlessContinuation(server, mode) {
                 })
             ]
         });
-    const firstPoint = mode === "repeat" ? "endless-repeat" : "endless:1";
+    const firstPoint = { repeat: "endless-repeat", grow: "endless:1", cycle: "endless-cycle-a" }[mode];
 
     const browse = server._on_BrowseRequest.bind(server);
     server._on_BrowseRequest = (message, channel) => {
@@ -201,6 +202,8 @@ function installEndlessContinuation(server, mode) {
                             : opcua.StatusCodes.BadContinuationPointInvalid
                     });
                 if (mode === "repeat") return page(1, point);
+                if (mode === "cycle")
+                    return point === "endless-cycle-a" ? page(1, "endless-cycle-b") : page(2, "endless-cycle-a");
                 const k = Number(point.slice("endless:".length));
                 return page(k, `endless:${k + 1}`);
             });

@@ -67,6 +67,35 @@ TEST(ContinuationGuard, TheSameReferencesUnderANewPointAreProgress)
     EXPECT_TRUE(guard.admit(*second, first.get()));
 }
 
+TEST(ContinuationGuard, APointThatComesBackAfterAnotherEndsTheChain)
+{
+    BrowseChain chain;
+    ContinuationGuard guard;
+    Ua::BrowseResultHolder a = page("a", 1);
+    Ua::BrowseResultHolder b = page("b", 1);
+    b->references[0].nodeId.nodeId = UA_NODEID_NUMERIC(1, 7);
+    Ua::BrowseResultHolder again = page("a", 1);
+    again->references[0].nodeId.nodeId = UA_NODEID_NUMERIC(1, 8);
+    EXPECT_TRUE(appendChainPage(&chain, &guard, std::move(a)));
+    EXPECT_TRUE(appendChainPage(&chain, &guard, std::move(b)));
+    EXPECT_FALSE(appendChainPage(&chain, &guard, std::move(again)));
+    EXPECT_EQ(chain.pages.size(), 3u);
+    EXPECT_TRUE(chain.continuationFailed);
+    EXPECT_EQ(chain.continuationStatus, UA_STATUSCODE_BADCONTINUATIONPOINTINVALID);
+}
+
+TEST(ContinuationGuard, EveryPointNewIsNoCircle)
+{
+    ContinuationGuard guard;
+    Ua::BrowseResultHolder previous = page("p0", 1);
+    EXPECT_TRUE(guard.admit(*previous, nullptr));
+    for (int i = 1; i < 1000; ++i) {
+        Ua::BrowseResultHolder next = page("p" + std::to_string(i), 1);
+        ASSERT_TRUE(guard.admit(*next, previous.get())) << i;
+        previous = std::move(next);
+    }
+}
+
 TEST(ContinuationGuard, TheBrowseResultHasNoPageBeforeIt)
 {
     ContinuationGuard guard;
