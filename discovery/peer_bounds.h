@@ -20,6 +20,8 @@ constexpr int kMaxCapabilityLength = 64;
 constexpr int kMaxCapabilities = 64;
 // New candidates one FindServers or FindServersOnNetwork answer may add.
 constexpr int kMaxCandidatesPerAnswer = 1024;
+// Endpoints taken from one GetEndpoints answer, in its order; real servers offer a few dozen.
+constexpr int kMaxEndpointsPerAnswer = 256;
 
 bool withinUrlBound(const QString& text);
 // The name, cut to kMaxPeerNameLength characters without splitting a surrogate pair.

@@ -10,6 +10,8 @@
 
 #include <open62541/client_config_default.h>
 
+#include <algorithm>
+
 namespace OpcUaDiscovery {
 
 namespace {
@@ -158,9 +160,10 @@ EndpointsAnswer getEndpoints(ServerChannel* channel, const QueryBudget& budget)
     if (status != UA_STATUSCODE_GOOD || endpoints.empty())
         return answer;
     answer.answered = true;
-    for (const UA_EndpointDescription& endpoint : endpoints) {
-        answer.offers.append(offerFromEndpoint(endpoint));
-        answer.describedServers.append(identityFromApplication(endpoint.server));
+    const size_t taken = std::min(endpoints.count(), size_t(kMaxEndpointsPerAnswer));
+    for (size_t i = 0; i < taken; ++i) {
+        answer.offers.append(offerFromEndpoint(endpoints[i]));
+        answer.describedServers.append(identityFromApplication(endpoints[i].server));
     }
     return answer;
 }

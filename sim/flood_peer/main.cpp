@@ -10,6 +10,7 @@
 //                        characters, and GetEndpoints offers first an endpoint whose URL has it
 //   --long-name N        its own application name, in every answer, has N characters (else "Flood")
 //   --endpoint-url URL   GetEndpoints advertises URL (default: the URL it was asked with)
+//   --endpoints N        GetEndpoints offers that endpoint N more times after the first
 //   --listed-port P      the servers and records it lists are at port P of ADDRESS (default: PORT)
 // Prints "ready <port>" once it listens and runs until SIGTERM or SIGINT.
 #include "sim/support/raw_peer.h"
@@ -51,6 +52,7 @@ struct Settings
     long onNetwork = 0;
     long capabilities = 0;
     long longUrl = 0;
+    long moreEndpoints = 0;
     std::string name = "Flood";
     std::string endpointUrl;
 };
@@ -254,7 +256,8 @@ std::string getEndpoints(const Settings& settings, const std::string& body, size
     std::vector<UA_EndpointDescription> endpoints;
     if (settings.longUrl > 0)
         endpoints.push_back(endpoint(settings, settings.base + "/" + std::string(settings.longUrl, 'e')));
-    endpoints.push_back(endpoint(settings, settings.endpointUrl.empty() ? asked : settings.endpointUrl));
+    for (long i = 0; i <= settings.moreEndpoints; ++i)
+        endpoints.push_back(endpoint(settings, settings.endpointUrl.empty() ? asked : settings.endpointUrl));
     response->endpoints = newArray<UA_EndpointDescription>(endpoints.size(), UA_TYPES_ENDPOINTDESCRIPTION);
     if (!response->endpoints) {
         for (UA_EndpointDescription& description : endpoints)
@@ -425,7 +428,8 @@ int main(int argc, char** argv)
 {
     if (argc < 3) {
         std::fprintf(stderr, "usage: opcua_flood_peer ADDRESS PORT [--find-servers N] [--on-network N] "
-                             "[--capabilities N] [--long-url N] [--long-name N] [--endpoint-url URL] [--listed-port P]\n");
+                             "[--capabilities N] [--long-url N] [--long-name N] [--endpoint-url URL] [--endpoints N] "
+                             "[--listed-port P]\n");
         return 2;
     }
     Settings settings;
@@ -454,6 +458,8 @@ int main(int argc, char** argv)
             ok = readCount(argv[i + 1], &listedPort) && listedPort > 0 && listedPort <= 65535;
         else if (option == "--endpoint-url")
             settings.endpointUrl = argv[i + 1];
+        else if (option == "--endpoints")
+            ok = readCount(argv[i + 1], &settings.moreEndpoints);
         else
             ok = false;
         if (!ok) {

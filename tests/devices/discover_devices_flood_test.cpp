@@ -152,3 +152,24 @@ TEST_F(DiscoverDevicesFlood, OverlongUrlsAreLeftOutAndAnOverlongNameIsCut)
     EXPECT_EQ(warningsOf(run), QJsonArray{kProbesNote});
     EXPECT_EQ(devicesOf(run), QJsonArray{peerRecord(QString(512, QLatin1Char('N')))});
 }
+
+TEST_F(DiscoverDevicesFlood, GetEndpointsAnswerCountsWithItsFirst256Endpoints)
+{
+    ASSERT_NO_FATAL_FAILURE(peer({"--endpoints", "20000"}));
+    const DiscoverRun run = lan.discover(request(kBudgetMs), {}, kProcessTimeoutMs);
+    ASSERT_NO_FATAL_FAILURE(expectCleanRun(run));
+
+    const QString one = QStringLiteral("None / None (anonymous)");
+    QStringList first256;
+    for (int i = 0; i < 256; ++i)
+        first256 << one;
+    QJsonObject expected = peerRecord("Flood");
+    for (const QString& key : expected.keys()) {
+        const QString text = expected.value(key).toString();
+        if (text.contains(QStringLiteral("Offered: ")))
+            expected.insert(key, QString(text).replace(QStringLiteral("Offered: ") + one,
+                                                       QStringLiteral("Offered: ") + first256.join("; ")));
+    }
+    EXPECT_EQ(warningsOf(run), QJsonArray{kProbesNote});
+    EXPECT_EQ(devicesOf(run), QJsonArray{expected});
+}
