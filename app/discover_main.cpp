@@ -38,6 +38,8 @@ int discoverMain(int argc, char* argv[])
     // A file size limit then fails the write (status 7, the old result kept) instead of
     // killing the process.
     std::signal(SIGXFSZ, SIG_IGN);
+    // Likewise a pipe whose reader has gone fails the write instead of killing the process.
+    std::signal(SIGPIPE, SIG_IGN);
 
     QJsonObject request;
     if (parser.isSet(requestOption)) {

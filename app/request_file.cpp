@@ -16,7 +16,13 @@ namespace {
 // The whole content of a regular file of at most maxBytes; false for anything else.
 bool readRegularFile(const QString& path, qint64 maxBytes, QByteArray* bytes)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    // Opening a device can have effects of its own (a watchdog starts counting), so only what
+    // looks like a regular file is opened; the check after the open covers a swap in between.
+    const QByteArray name = QFile::encodeName(path);
+    struct stat named;
+    if (::stat(name.constData(), &named) != 0 || !S_ISREG(named.st_mode))
+        return false;
+    const int fd = ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     if (fd < 0)
         return false;
     struct stat status;

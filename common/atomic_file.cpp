@@ -43,6 +43,13 @@ bool lacksAnonymousFiles(int error)
     return error == EISDIR || error == EOPNOTSUPP || error == EINVAL || error == ENOTSUP;
 }
 
+// An anonymous file gets its name through /proc, or without it through a call that only a root
+// process may make; anyone else writes a named file from the start.
+bool canNameAnonymousFiles()
+{
+    return ::access("/proc/self/fd", X_OK) == 0 || ::geteuid() == 0;
+}
+
 // Gives the anonymous file open at fd the name at path.
 bool linkAnonymousFile(int fd, const QByteArray& path)
 {
@@ -87,6 +94,11 @@ bool AtomicFile::open()
 
     const QByteArray directory = QFile::encodeName(existing.path());
     fd_ = ::open(directory.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    if (fd_ >= 0 && !canNameAnonymousFiles()) {
+        ::close(fd_);
+        fd_ = -1;
+        errno = EOPNOTSUPP;
+    }
     if (fd_ < 0 && lacksAnonymousFiles(errno)) {
         partPath_ = partPath(target_);
         ::unlink(partPath_.constData());
