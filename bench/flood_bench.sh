@@ -6,7 +6,7 @@
 # of warnings and the longest external_id; then the medians.
 #
 # Run as root. Usage:
-#   bench/flood_bench.sh [--discover BIN] [--runs N] [--budget MS] [--cases "fs fson caps dup long"]
+#   bench/flood_bench.sh [--discover BIN] [--runs N] [--budget MS] [--cases "fs fson caps dup long eps"]
 #                        [BUILD_DIR]
 #   --discover BIN  the discover binary to time (default BUILD_DIR/app/discover), e.g. one built
 #                   from an older commit, for a before/after comparison
@@ -15,10 +15,11 @@
 #        caps its own FindServersOnNetwork record carries 200 000 capabilities
 #        dup  FindServers lists 50 servers whose endpoints all move to the peer's own address
 #        long FindServers and GetEndpoints name 64 KiB URLs, the name has 100 000 characters
+#        eps  GetEndpoints offers 20 001 endpoints
 # BUILD_DIR defaults to build/release. The LAN is removed again, also on failure or interrupt.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-discover="" runs=3 budget=5000 cases="fs fson caps dup long" build=""
+discover="" runs=3 budget=5000 cases="fs fson caps dup long eps" build=""
 while [ $# -gt 0 ]; do
   case $1 in
     --discover) discover=$2; shift 2 ;;
@@ -57,13 +58,14 @@ peer_options() {
     caps) echo "--capabilities 200000" ;;
     dup) echo "--find-servers 50 --endpoint-url opc.tcp://10.79.0.20:4840" ;;
     long) echo "--long-url 65536 --long-name 100000" ;;
+    eps) echo "--endpoints 20000" ;;
     *) echo "flood_bench.sh: unknown case $1" >&2; exit 2 ;;
   esac
 }
 
 median() { sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
 
-printf '%-5s %-4s %10s %10s %8s %8s %10s\n' case run wall_ms rss_kb devices warnings max_id_len
+printf '%-5s %-4s %10s %10s %8s %8s %10s %10s\n' case run wall_ms rss_kb devices warnings max_id_len max_desc_len
 for case in $cases; do
   # shellcheck disable=SC2046
   pid=$("$netlan" spawn "$lan" flood -- "$peer" 10.79.0.20 4840 $(peer_options "$case"))
@@ -78,18 +80,19 @@ for case in $cases; do
       --request "$work/request.json" --output "$work/result.json" 2>"$work/stderr.txt" || true
     wall=$(( ($(date +%s%N) - start) / 1000000 ))
     rss=$(awk -F': ' '/Maximum resident/ {print $2}' "$work/time.txt")
-    read -r devices warnings maxid < <(python3 - "$work/result.json" <<'PY'
+    read -r devices warnings maxid maxdesc < <(python3 - "$work/result.json" <<'PY'
 import json, sys
 try:
     d = json.load(open(sys.argv[1]))
 except Exception:
-    print("- - -"); sys.exit()
+    print("- - - -"); sys.exit()
 ids = [len(r["external_id"]) for r in d["devices"]]
-print(len(d["devices"]), len(d["warnings"]), max(ids) if ids else 0)
+descs = [len(r.get("description", "")) for r in d["devices"]]
+print(len(d["devices"]), len(d["warnings"]), max(ids) if ids else 0, max(descs) if descs else 0)
 PY
 )
     rm -f "$work/result.json"
-    printf '%-5s %-4s %10s %10s %8s %8s %10s\n' "$case" "$run" "$wall" "$rss" "$devices" "$warnings" "$maxid"
+    printf '%-5s %-4s %10s %10s %8s %8s %10s %10s\n' "$case" "$run" "$wall" "$rss" "$devices" "$warnings" "$maxid" "$maxdesc"
     echo "$wall $rss" >>"$work/$case.times"
   done
   kill "$pid" 2>/dev/null || true
