@@ -32,6 +32,10 @@ void dumpDiscoverResult(const QString& program, const QStringList& arguments, co
     QByteArray document = result.out;
     for (int i = at + 1; i + 1 < words.size(); ++i) {
         if (words[i] == QLatin1String("-o") || words[i] == QLatin1String("--output")) {
+            // A pipe or a device as the output has nothing left to copy, and opening a pipe
+            // would wait for a writer.
+            if (!QFileInfo(words[i + 1]).isFile())
+                return;
             QFile file(words[i + 1]);
             document = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
         }
