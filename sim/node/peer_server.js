@@ -138,7 +138,7 @@ function buildAddressSpace(server) {
 // --endless-continuation repeat|grow: the folder Plant.Endless pages its children for ever.
 // Its Browse gives Plant.Endless.V0 and a continuation point; "repeat" answers every BrowseNext
 // with the next variable and that same point again, "grow" with one new variable (made on the
-// spot) and a new point each time, "cycle" with a new variable and two points in turn. Other
+// spot) and a new point each time, "cycle" with one new variable and two points in turn. Other
 // nodes page as usual.
 function installEndlessContinuation(server, mode) {
     if (mode !== "repeat" && mode !== "grow" && mode !== "cycle") fail(`invalid --endless-continuation "${mode}"`);
@@ -170,6 +170,7 @@ function installEndlessContinuation(server, mode) {
             ]
         });
     const firstPoint = { repeat: "endless-repeat", grow: "endless:1", cycle: "endless-cycle-a" }[mode];
+    let cycled = 1;
 
     const browse = server._on_BrowseRequest.bind(server);
     server._on_BrowseRequest = (message, channel) => {
@@ -202,8 +203,10 @@ function installEndlessContinuation(server, mode) {
                             : opcua.StatusCodes.BadContinuationPointInvalid
                     });
                 if (mode === "repeat") return page(1, point);
-                if (mode === "cycle")
-                    return point === "endless-cycle-a" ? page(1, "endless-cycle-b") : page(2, "endless-cycle-a");
+                if (mode === "cycle") {
+                    const k = cycled++;
+                    return page(k, k % 2 ? "endless-cycle-b" : "endless-cycle-a");
+                }
                 const k = Number(point.slice("endless:".length));
                 return page(k, `endless:${k + 1}`);
             });
