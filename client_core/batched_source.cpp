@@ -288,14 +288,22 @@ private:
 
     // A request of several nodes that timed out may still keep the server busy, and the request
     // of one node sent next would wait behind it and time out as well: one small read with a
-    // long time-out lets the server finish first.
-    void drainAfterTimeout(UA_StatusCode status)
+    // long time-out lets the server finish first. Where earlier requests measured the server's
+    // pace, the read waits twice what this request should have taken, at least one time-out:
+    // a server that was quick and suddenly misses the time-out is more likely stuck than busy.
+    void drainAfterTimeout(const BatchSize& size, size_t nodes, UA_StatusCode status)
     {
         if (status != UA_STATUSCODE_BADTIMEOUT)
             return;
         UA_ClientConfig* config = UA_Client_getConfig(client_);
         const UA_UInt32 timeout = config->timeout;
-        config->timeout = std::min<UA_UInt32>(timeout * 10, 600000);
+        UA_UInt32 drain = std::min<UA_UInt32>(timeout * 10, 600000);
+        // Without a measure of this kind of request, the other kind's tells the server's pace.
+        const double msPerNode =
+            size.msPerNode > 0 ? size.msPerNode : std::max(browsing_.size.msPerNode, reading_.size.msPerNode);
+        if (msPerNode > 0)
+            drain = std::min(drain, std::max(timeout, UA_UInt32(std::min(2.0 * msPerNode * double(nodes), 600000.0))));
+        config->timeout = drain;
         Ua::VariantHolder state;
         Ua::readValue(client_, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STATE), &state);
         config->timeout = timeout;
@@ -395,8 +403,8 @@ private:
     // node's own answer counts; anything else may be the size, and half of the batch is asked again.
     void shrinkAfterFailure(Fetching& kind, std::vector<Candidate>* batch, UA_StatusCode status)
     {
+        drainAfterTimeout(kind.size, batch->size(), status);
         kind.size.failed(batch->size(), status);
-        drainAfterTimeout(status);
         giveBack(kind, batch, isConnectionLoss(status) ? 1 : std::max<size_t>(1, batch->size() / 2));
     }
 
@@ -545,7 +553,7 @@ private:
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != which.size()) {
             // The server may still hold the points: release them, so that the nodes asked alone
             // find the points they need.
-            drainAfterTimeout(status);
+            drainAfterTimeout(browsing_.size, which.size(), status);
             request->releaseContinuationPoints = true;
             Ua::browseNext(client_, *request);
             for (size_t index : which)
