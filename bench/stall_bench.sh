@@ -41,13 +41,14 @@ trap cleanup EXIT INT TERM
 printf '{"address_space": {"synthetic_count": %d, "synthetic_folder_size": 100, "hide_server_object": true}, "misbehaviour": {"delay_ms": 600000, "delay_after": %d}}\n' \
   "$count" "$after" >"$work/scenario.json"
 
+# Sets port and sim_pid (not in a subshell, so that the cleanup knows the simulator).
 start_sim() {
   for _ in $(seq 20); do
-    local port=$((20000 + RANDOM % 30000))
+    port=$((20000 + RANDOM % 30000))
     "$sim" --scenario "$work/scenario.json" --port "$port" >"$work/ready" 2>/dev/null &
     sim_pid=$!
     for _ in $(seq 50); do
-      grep -q '^ready' "$work/ready" 2>/dev/null && { echo "$port"; return; }
+      grep -q '^ready' "$work/ready" 2>/dev/null && return
       kill -0 "$sim_pid" 2>/dev/null || break
       sleep 0.1
     done
@@ -64,7 +65,7 @@ printf '%-10s %-6s %9s %9s %7s %9s\n' source run wall_ms rss_kb items warnings
 for source in $sources; do
   : >"$work/$source.times"
   for run in $(seq "$runs"); do
-    port=$(start_sim)
+    start_sim
     start=$(date +%s%N)
     /usr/bin/time -v -o "$work/time.txt" "$bench" --source "$source" --timeout-ms "$timeout" \
       --url "opc.tcp://127.0.0.1:$port" >"$work/out.txt" 2>&1 || true
