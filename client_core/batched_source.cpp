@@ -252,7 +252,11 @@ private:
                 request->nodesToRead[i].nodeId = UA_NODEID_NUMERIC(0, nodes[i]);
                 request->nodesToRead[i].attributeId = UA_ATTRIBUTEID_VALUE;
             }
+            QElapsedTimer timer;
+            timer.start();
             const Ua::ReadResponseHolder response = Ua::read(client_, *request);
+            if (response->responseHeader.serviceResult == UA_STATUSCODE_GOOD)
+                firstReadMs_ = std::max(double(timer.nsecsElapsed()) / 1e6, 0.001);
             if (response->responseHeader.serviceResult == UA_STATUSCODE_GOOD && response->resultsSize == 3) {
                 for (size_t i = 0; i < 3; ++i) {
                     const UA_DataValue& value = response->results[i];
@@ -298,9 +302,12 @@ private:
         UA_ClientConfig* config = UA_Client_getConfig(client_);
         const UA_UInt32 timeout = config->timeout;
         UA_UInt32 drain = std::min<UA_UInt32>(timeout * 10, 600000);
-        // Without a measure of this kind of request, the other kind's tells the server's pace.
-        const double msPerNode =
+        // Without a measure of this kind of request, the other kind's tells the server's pace,
+        // and before either the read of the limits (three attributes, counted as one node).
+        double msPerNode =
             size.msPerNode > 0 ? size.msPerNode : std::max(browsing_.size.msPerNode, reading_.size.msPerNode);
+        if (msPerNode <= 0)
+            msPerNode = firstReadMs_;
         if (msPerNode > 0)
             drain = std::min(drain, std::max(timeout, UA_UInt32(std::min(2.0 * msPerNode * double(nodes), 600000.0))));
         config->timeout = drain;
@@ -634,6 +641,7 @@ private:
     Fetching browsing_{{}, {}, Unfetched, BrowseAlone, &NodeState::browseSlot, true};
     Fetching reading_{{}, {}, Unread, ReadAlone, &NodeState::readSlot, false};
     size_t continuationPoints_ = 0;
+    double firstReadMs_ = 0;   // how long the read of the limits took; 0 when it failed
 
     QHash<QString, NodeState> nodes_;
     std::unordered_map<QString, NodeBrowse> fetchedBrowse_;
