@@ -5,10 +5,9 @@
 
 namespace {
 
-bool repeats(const UA_BrowseResult& page, const UA_BrowseResult& previous)
+bool sameReferences(const UA_BrowseResult& page, const UA_BrowseResult& previous)
 {
-    if (!UA_ByteString_equal(&page.continuationPoint, &previous.continuationPoint)
-        || page.referencesSize != previous.referencesSize)
+    if (page.referencesSize != previous.referencesSize)
         return false;
     for (size_t i = 0; i < page.referencesSize; ++i) {
         if (!UA_equal(&page.references[i], &previous.references[i], &UA_TYPES[UA_TYPES_REFERENCEDESCRIPTION]))
@@ -37,13 +36,16 @@ bool ContinuationGuard::admit(const UA_BrowseResult& page, const UA_BrowseResult
     references_ += page.referencesSize;
     if (UA_StatusCode_isBad(page.statusCode) || page.continuationPoint.length == 0)
         return true;
-    if (previous && repeats(page, *previous))
-        return false;
-    if (previous && !UA_ByteString_equal(&page.continuationPoint, &previous->continuationPoint)) {
-        if (previous->continuationPoint.length > 0)
-            leftPoints_.insert(pointDigest(previous->continuationPoint));
-        if (leftPoints_.count(pointDigest(page.continuationPoint)) > 0)
-            return false;
+    if (previous) {
+        if (UA_ByteString_equal(&page.continuationPoint, &previous->continuationPoint)) {
+            if (sameReferences(page, *previous))
+                return false;
+        } else {
+            if (previous->continuationPoint.length > 0)
+                leftPoints_.insert(pointDigest(previous->continuationPoint));
+            if (leftPoints_.count(pointDigest(page.continuationPoint)) > 0)
+                return false;
+        }
     }
     return pages_ < pageLimit_ && references_ < referenceLimit_;
 }

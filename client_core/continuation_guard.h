@@ -12,8 +12,8 @@
 // A repeated continuation point alone proves nothing: servers may keep one point for a whole
 // chain (open62541 does). A page that repeats the page before it, point and references, does:
 // the server made no progress. So does a point that comes back after the chain had moved on to
-// another one: the chain runs in a circle. Both bounds lie far beyond what a real server needs: a node
-// with a million children, or ten thousand pages of one node.
+// another one: the chain runs in a circle. Both bounds lie far beyond what a real server needs:
+// a node with a million children, or ten thousand pages of one node.
 const size_t chainPageLimit = 10000;
 const size_t chainReferenceLimit = 1000000;
 

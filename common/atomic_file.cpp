@@ -93,13 +93,10 @@ bool AtomicFile::open()
         return false;
 
     const QByteArray directory = QFile::encodeName(existing.path());
-    fd_ = ::open(directory.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
-    if (fd_ >= 0 && !canNameAnonymousFiles()) {
-        ::close(fd_);
-        fd_ = -1;
-        errno = EOPNOTSUPP;
-    }
-    if (fd_ < 0 && lacksAnonymousFiles(errno)) {
+    const bool anonymous = canNameAnonymousFiles();
+    if (anonymous)
+        fd_ = ::open(directory.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    if (!anonymous || (fd_ < 0 && lacksAnonymousFiles(errno))) {
         partPath_ = partPath(target_);
         ::unlink(partPath_.constData());
         fd_ = ::open(partPath_.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
