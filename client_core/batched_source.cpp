@@ -22,6 +22,9 @@ const size_t growth = 4;
 const size_t aheadReferences = 200000;
 const size_t aheadNodes = 20000;
 const size_t aheadVariables = 20000;
+// After a time-out, the drain read waits at most this many time-outs, and never longer than the ceiling.
+const UA_UInt32 drainTimeouts = 10;
+const UA_UInt32 drainCeilingMs = 600000;
 
 // What the source knows of a node, by its text.
 enum NodeFlag : quint8 {
@@ -229,6 +232,9 @@ public:
         if (cached == resolvedTypes_.end()) {
             ResolvedDataType type;
             const bool found = resolveSupportedDataType(client_, dataType, &type);
+            // A type not found because the server is gone is no answer to keep.
+            if (!found && Ua::refusedReconnect(client_) != UA_STATUSCODE_GOOD)
+                return false;
             cached = resolvedTypes_.insert(key, qMakePair(found, type));
         }
         if (cached->first)
@@ -295,13 +301,11 @@ private:
     // long time-out lets the server finish first. Where earlier requests measured the server's
     // pace, the read waits twice what this request should have taken, at least one time-out:
     // a server that was quick and suddenly misses the time-out is more likely stuck than busy.
-    void drainAfterTimeout(const BatchSize& size, size_t nodes, UA_StatusCode status)
+    // True when the server answered it.
+    bool drainAfterTimeout(const BatchSize& size, size_t nodes)
     {
-        if (status != UA_STATUSCODE_BADTIMEOUT)
-            return;
-        UA_ClientConfig* config = UA_Client_getConfig(client_);
-        const UA_UInt32 timeout = config->timeout;
-        UA_UInt32 drain = std::min<UA_UInt32>(timeout * 10, 600000);
+        const UA_UInt32 timeout = UA_Client_getConfig(client_)->timeout;
+        UA_UInt32 drain = std::min<UA_UInt32>(timeout * drainTimeouts, drainCeilingMs);
         // Without a measure of this kind of request, the other kind's tells the server's pace,
         // and before either the read of the limits (three attributes, counted as one node).
         double msPerNode =
@@ -309,11 +313,23 @@ private:
         if (msPerNode <= 0)
             msPerNode = firstReadMs_;
         if (msPerNode > 0)
-            drain = std::min(drain, std::max(timeout, UA_UInt32(std::min(2.0 * msPerNode * double(nodes), 600000.0))));
-        config->timeout = drain;
+            drain = std::min(drain,
+                             std::max(timeout, UA_UInt32(std::min(2.0 * msPerNode * double(nodes), double(drainCeilingMs)))));
+        const Ua::TimeoutScope longer(client_, drain);
         Ua::VariantHolder state;
-        Ua::readValue(client_, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STATE), &state);
-        config->timeout = timeout;
+        return Ua::readValue(client_, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STATE), &state)
+            == UA_STATUSCODE_GOOD;
+    }
+
+    // Whether a request of several nodes failed because the server is gone: the connection
+    // failed, or the request timed out and the server does not answer the drain read either.
+    // Then nothing is asked again: smaller requests, or one node at a time, would each wait on a
+    // server that is not there.
+    bool serverGone(const BatchSize& size, size_t nodes, UA_StatusCode status)
+    {
+        if (isConnectionFailure(status))
+            return true;
+        return status == UA_STATUSCODE_BADTIMEOUT && !drainAfterTimeout(size, nodes);
     }
 
     void addBrowseCandidate(const QString& text, Ua::NodeIdHolder id, int family = -1, bool variable = false)
@@ -406,13 +422,12 @@ private:
         return batch;
     }
 
-    // A request of several nodes failed: after a lost connection or a time-out only the asked
-    // node's own answer counts; anything else may be the size, and half of the batch is asked again.
+    // A request of several nodes failed while the server is still there: after a time-out only
+    // the asked node is asked again; anything else may be the size, and half of the batch is asked again.
     void shrinkAfterFailure(Fetching& kind, std::vector<Candidate>* batch, UA_StatusCode status)
     {
-        drainAfterTimeout(kind.size, batch->size(), status);
         kind.size.failed(batch->size(), status);
-        giveBack(kind, batch, isConnectionLoss(status) ? 1 : std::max<size_t>(1, batch->size() / 2));
+        giveBack(kind, batch, status == UA_STATUSCODE_BADTIMEOUT ? 1 : std::max<size_t>(1, batch->size() / 2));
     }
 
     // A node whose answer in a batch may be the batch's doing is asked later in a request of its own.
@@ -468,6 +483,14 @@ private:
         Ua::BrowseResponseHolder response = Ua::browse(client_, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != nodes->size()) {
+            if (serverGone(browsing_.size, nodes->size(), status)) {
+                // The failure is the asked node's answer, as it would be of a request of its own.
+                giveBack(browsing_, nodes, 1);
+                NodeBrowse failed;
+                failed.status = status;
+                keepBrowse(asked, std::move(failed));
+                return;
+            }
             shrinkAfterFailure(browsing_, nodes, status);
             fetchBrowse(nodes);
             return;
@@ -558,9 +581,21 @@ private:
         Ua::BrowseNextResponseHolder response = Ua::browseNext(client_, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != which.size()) {
+            if (serverGone(browsing_.size, which.size(), status)) {
+                // The asked node's chain (the first) ends with the failure, as its own BrowseNext
+                // would have; the other nodes were not answered.
+                for (size_t index : which) {
+                    if (index == 0) {
+                        (*chains)[0].continuationFailed = true;
+                        (*chains)[0].continuationStatus = status;
+                    } else {
+                        (*answered)[index] = false;
+                    }
+                }
+                return;
+            }
             // The server may still hold the points: release them, so that the nodes asked alone
             // find the points they need.
-            drainAfterTimeout(browsing_.size, which.size(), status);
             request->releaseContinuationPoints = true;
             Ua::browseNext(client_, *request);
             for (size_t index : which)
@@ -613,6 +648,15 @@ private:
         const Ua::ReadResponseHolder response = Ua::read(client_, *request);
         const UA_StatusCode status = response->responseHeader.serviceResult;
         if (status != UA_STATUSCODE_GOOD || response->resultsSize != count) {
+            if (serverGone(reading_.size, variables->size(), status)) {
+                // The failure is the asked variable's answer, as it would be of a read of its own.
+                giveBack(reading_, variables, 1);
+                VariableAttributes failed;
+                failed.dataTypeStatus = status;
+                failed.accessLevelStatus = status;
+                keepAttributes(asked, std::move(failed));
+                return;
+            }
             shrinkAfterFailure(reading_, variables, status);
             fetchRead(variables);
             return;

@@ -2,6 +2,7 @@
 
 #include "client_core/browse_path.h"
 #include "client_core/node_data_source.h"
+#include "ua/client.h"
 #include "ua/text.h"
 
 #include <QHash>
@@ -220,6 +221,8 @@ bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, co
     if (warnings)
         warnings->clear();
 
+    // A server that went away ends the walk; it is not connected again behind the walk's back.
+    const Ua::NoReconnectScope noReconnect(client.get());
     const std::unique_ptr<NodeDataSource> source =
         fetch == BrowseFetch::Batched ? newBatchedSource(client.get()) : newOneByOneSource(client.get());
     BrowseState state;

@@ -100,3 +100,8 @@ extern const UA_AttributeId variableAttributeIds[3];
 
 // Status codes after which the server is taken as gone: the walk stops on them.
 bool isConnectionLoss(UA_StatusCode status);
+
+// A failure of the connection rather than of one request: the channel or session is closed or
+// invalid, the connection refused or lost, the server not connected, a communication error.
+// Asking again in smaller requests cannot cure it.
+bool isConnectionFailure(UA_StatusCode status);

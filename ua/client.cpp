@@ -69,6 +69,45 @@ bool closeSecureChannelPromptly(UA_Client* client)
     return closed();
 }
 
+NoReconnectScope::NoReconnectScope(UA_Client* client)
+    : config_(UA_Client_getConfig(client))
+    , noReconnect_(config_->noReconnect)
+    , noNewSession_(config_->noNewSession)
+{
+    config_->noReconnect = true;
+    config_->noNewSession = true;
+}
+
+NoReconnectScope::~NoReconnectScope()
+{
+    config_->noReconnect = noReconnect_;
+    config_->noNewSession = noNewSession_;
+}
+
+UA_StatusCode refusedReconnect(UA_Client* client)
+{
+    if (!UA_Client_getConfig(client)->noReconnect)
+        return UA_STATUSCODE_GOOD;
+    UA_SecureChannelState channel = UA_SECURECHANNELSTATE_CLOSED;
+    UA_SessionState session = UA_SESSIONSTATE_CLOSED;
+    UA_Client_getState(client, &channel, &session, nullptr);
+    return channel == UA_SECURECHANNELSTATE_OPEN && session == UA_SESSIONSTATE_ACTIVATED
+        ? UA_STATUSCODE_GOOD
+        : UA_STATUSCODE_BADSERVERNOTCONNECTED;
+}
+
+TimeoutScope::TimeoutScope(UA_Client* client, UA_UInt32 timeoutMs)
+    : config_(UA_Client_getConfig(client))
+    , timeoutMs_(config_->timeout)
+{
+    config_->timeout = timeoutMs;
+}
+
+TimeoutScope::~TimeoutScope()
+{
+    config_->timeout = timeoutMs_;
+}
+
 void silentOpcUaLog(void* context, UA_LogLevel level, UA_LogCategory category, const char* message, va_list args)
 {
     (void)context;

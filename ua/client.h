@@ -61,6 +61,42 @@ extern const ConnectionLimits discoveryClientLimits;
 // Sets the limits on a configuration; call it after the stack's defaults, which reset them.
 void applyConnectionLimits(UA_ClientConfig* config, const ConnectionLimits& limits);
 
+// While it lives, the client does not reopen a lost secure channel or session behind its user's
+// back. The stack's own reconnection is switched off, and because open62541 reopens both before a
+// synchronous request whatever its configuration says, the typed service calls of ua/services.h
+// answer BadServerNotConnected without sending anything (see refusedReconnect).
+class NoReconnectScope
+{
+public:
+    explicit NoReconnectScope(UA_Client* client);
+    ~NoReconnectScope();
+    NoReconnectScope(const NoReconnectScope&) = delete;
+    NoReconnectScope& operator=(const NoReconnectScope&) = delete;
+
+private:
+    UA_ClientConfig* config_;
+    UA_Boolean noReconnect_;
+    UA_Boolean noNewSession_;
+};
+
+// BadServerNotConnected when the client must not reconnect (a NoReconnectScope lives) and has
+// lost its secure channel or its session; Good otherwise.
+UA_StatusCode refusedReconnect(UA_Client* client);
+
+// While it lives, the client's synchronous requests wait up to `timeoutMs` for their answer.
+class TimeoutScope
+{
+public:
+    TimeoutScope(UA_Client* client, UA_UInt32 timeoutMs);
+    ~TimeoutScope();
+    TimeoutScope(const TimeoutScope&) = delete;
+    TimeoutScope& operator=(const TimeoutScope&) = delete;
+
+private:
+    UA_ClientConfig* config_;
+    UA_UInt32 timeoutMs_;
+};
+
 // A log callback that writes nothing.
 void silentOpcUaLog(void* context, UA_LogLevel level, UA_LogCategory category, const char* message, va_list args);
 

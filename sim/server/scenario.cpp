@@ -265,18 +265,36 @@ bool readLimits(const QJsonObject& object, OperationLimits* limits, QString* err
            readNumber(object, "max_browse_continuation_points", 0, 65535, &limits->maxBrowseContinuationPoints, error);
 }
 
+bool validFault(const MisbehaviourSettings& settings, QString* error)
+{
+    const QStringList actions = {QString(), QStringLiteral("close"), QStringLiteral("freeze"), QStringLiteral("restart")};
+    if (!actions.contains(settings.fault)) {
+        *error = QStringLiteral("\"fault\" must be \"close\", \"freeze\" or \"restart\"");
+        return false;
+    }
+    if (!settings.fault.isEmpty() && settings.faultAfter < 0 && settings.faultNode.isEmpty()) {
+        *error = QStringLiteral("\"fault\" needs \"fault_after\" or \"fault_node\"");
+        return false;
+    }
+    return true;
+}
+
 bool readMisbehaviour(const QJsonObject& object, MisbehaviourSettings* settings, QString* error)
 {
     return onlyKnownKeys(object,
                          {"delay_ms", "delay_after", "delay_services", "delay_per_operation_ms", "drop_after",
-                          "drop_services"},
+                          "drop_services", "fault", "fault_after", "fault_node", "fault_services"},
                          "\"misbehaviour\"", error) &&
            readNumber(object, "delay_ms", 0, 3600000, &settings->delayMs, error) &&
            readDuration(object, "delay_per_operation_ms", &settings->delayPerOperationMs, error) &&
            readNumber(object, "delay_after", 0, 1LL << 40, &settings->delayAfter, error) &&
            readStringList(object, "delay_services", &settings->delayServices, error) &&
            readNumber(object, "drop_after", -1, 1LL << 40, &settings->dropAfter, error) &&
-           readStringList(object, "drop_services", &settings->dropServices, error);
+           readStringList(object, "drop_services", &settings->dropServices, error) &&
+           readString(object, "fault", &settings->fault, error) &&
+           readNumber(object, "fault_after", -1, 1LL << 40, &settings->faultAfter, error) &&
+           readString(object, "fault_node", &settings->faultNode, error) &&
+           readStringList(object, "fault_services", &settings->faultServices, error) && validFault(*settings, error);
 }
 
 bool readObject(const QJsonObject& json, const QString& key, QJsonObject* out, QString* error)

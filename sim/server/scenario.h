@@ -57,6 +57,13 @@ struct MisbehaviourSettings
     QStringList delayServices;
     qint64 dropAfter = -1;
     QStringList dropServices;
+    // A server that goes away in the middle of a session: what happens, and which request
+    // sets it off (the one after `faultAfter` matching requests, or the first that names
+    // `faultNode`).
+    QString fault;                            // "", "close", "freeze" or "restart"
+    qint64 faultAfter = -1;
+    QString faultNode;
+    QStringList faultServices;
 };
 
 struct Scenario

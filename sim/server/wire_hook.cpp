@@ -172,11 +172,44 @@ size_t operationCount(const QByteArray& message)
 
 // A server that spends a fixed time on every node of a request: a large batch takes long, a
 // single node does not.
-void delayForOperations(const WireHook& hook, ConnectionState* connection)
+void delayForOperations(const WireHook& hook, const QByteArray& message)
 {
-    const size_t count = operationCount(connection->requestBody);
-    connection->requestBody.clear();
+    const size_t count = operationCount(message);
     interruptibleSleep(hook, static_cast<qint64>(double(count) * hook.scenario->misbehaviour.delayPerOperationMs * 1000));
+}
+
+bool namesNodes(const QString& name)
+{
+    return name == QLatin1String("Browse") || name == QLatin1String("Read");
+}
+
+// Whether a whole request (type id and body, all chunks joined) names the node among the nodes
+// it browses or reads.
+bool namesNode(const QByteArray& message, const UA_NodeId& node)
+{
+    quint32 id = 0;
+    int length = 0;
+    if (!readTypeIdAt(message, 0, &id, &length))
+        return false;
+    if (id == encodingId(UA_TYPES_BROWSEREQUEST)) {
+        Ua::Value<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
+        if (!decodeBody(message, length, request.get(), UA_TYPES_BROWSEREQUEST))
+            return false;
+        for (size_t i = 0; i < request->nodesToBrowseSize; ++i) {
+            if (UA_NodeId_equal(&request->nodesToBrowse[i].nodeId, &node))
+                return true;
+        }
+    }
+    if (id == encodingId(UA_TYPES_READREQUEST)) {
+        Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
+        if (!decodeBody(message, length, request.get(), UA_TYPES_READREQUEST))
+            return false;
+        for (size_t i = 0; i < request->nodesToReadSize; ++i) {
+            if (UA_NodeId_equal(&request->nodesToRead[i].nodeId, &node))
+                return true;
+        }
+    }
+    return false;
 }
 
 UA_String uaString(const QString& text)
@@ -269,8 +302,43 @@ bool rewriteFindServers(const Scenario& scenario, QByteArray* chunk, int bodyOff
 
 enum class Verdict { Forward, Drop };
 
+bool faultArmed(const WireHook& hook)
+{
+    return !hook.scenario->misbehaviour.fault.isEmpty() && !hook.faultFired;
+}
+
+// The server goes away as the scenario says: it closes the connection without an answer and
+// stays dead ("close") or serves the next connection as a restarted server would ("restart"),
+// or it stops answering anything at all until it is stopped ("freeze").
+Verdict fireFault(WireHook* hook)
+{
+    hook->faultFired = true;
+    const QString& action = hook->scenario->misbehaviour.fault;
+    if (action == QLatin1String("freeze")) {
+        while (!hook->running || *hook->running)
+            interruptibleSleep(*hook, 1000000);
+    }
+    if (action == QLatin1String("close"))
+        hook->dead = true;
+    return Verdict::Drop;
+}
+
+// The last chunk of a request that is looked at whole has come in.
+Verdict completeRequest(WireHook* hook, ConnectionState* connection)
+{
+    const QByteArray message = connection->requestBody;
+    connection->requestBody.clear();
+    if (connection->delayRequest)
+        delayForOperations(*hook, message);
+    if (connection->faultByNode && faultArmed(*hook) && namesNode(message, *hook->faultNode->get()))
+        return fireFault(hook);
+    return Verdict::Forward;
+}
+
 Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* chunk)
 {
+    if (hook->dead)
+        return Verdict::Drop;
     const QByteArray type = chunk->left(3);
     if (type == "HEL") {
         countRequest(&hook->stats, QStringLiteral("Hello"), false);
@@ -299,8 +367,8 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
         if (!connection->requestBody.isEmpty()) {
             connection->requestBody += chunk->mid(symmetricBodyOffset);
             if (chunkType == 'F')
-                delayForOperations(*hook, connection);
-            else if (chunkType == 'A')
+                return completeRequest(hook, connection);
+            if (chunkType == 'A')
                 connection->requestBody.clear();
         }
         return Verdict::Forward;
@@ -331,12 +399,20 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
         }
         ++hook->delayMatched;
     }
+    if (faultArmed(*hook) && misbehaviour.faultAfter >= 0 && matches(misbehaviour.faultServices, name)) {
+        if (hook->faultMatched >= misbehaviour.faultAfter)
+            return fireFault(hook);
+        ++hook->faultMatched;
+    }
     // Only None channels carry the request bodies in clear text.
-    if (misbehaviour.delayPerOperationMs > 0 && connection->noneChannel && delaysPerOperation(name) &&
-        matches(misbehaviour.delayServices, name)) {
+    connection->delayRequest = misbehaviour.delayPerOperationMs > 0 && connection->noneChannel &&
+                               delaysPerOperation(name) && matches(misbehaviour.delayServices, name);
+    connection->faultByNode = faultArmed(*hook) && hook->faultNode && connection->noneChannel && namesNodes(name) &&
+                              matches(misbehaviour.faultServices, name);
+    if (connection->delayRequest || connection->faultByNode) {
         connection->requestBody = chunk->mid(symmetricBodyOffset);
         if (chunkType == 'F')
-            delayForOperations(*hook, connection);
+            return completeRequest(hook, connection);
     }
     return Verdict::Forward;
 }
@@ -457,6 +533,18 @@ bool installWireHook(WireHook* hook, UA_ConnectionManager* manager, QString* err
         const QString name = QString::fromLatin1(type.typeName);
         if (name.endsWith(QLatin1String("Request")) && type.binaryEncodingId.identifierType == UA_NODEIDTYPE_NUMERIC)
             hook->requestNames[type.binaryEncodingId.identifier.numeric] = name.chopped(7);
+    }
+    const QString& faultNode = hook->scenario->misbehaviour.faultNode;
+    if (!faultNode.isEmpty()) {
+        Ua::NodeIdHolder node;
+        const QByteArray text = faultNode.toUtf8();
+        const UA_String view = {static_cast<size_t>(text.size()),
+                                reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()))};
+        if (UA_NodeId_parse(node.get(), view) != UA_STATUSCODE_GOOD) {
+            *error = QStringLiteral("\"fault_node\" is not a node id: %1").arg(faultNode);
+            return false;
+        }
+        hook->faultNode = std::make_unique<Ua::NodeIdHolder>(std::move(node));
     }
     hook->manager = manager;
     hook->originalOpen = manager->openConnection;

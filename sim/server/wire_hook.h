@@ -6,10 +6,13 @@
 #include <open62541/plugin/eventloop.h>
 #include <open62541/server.h>
 
+#include "ua/holders.h"
+
 #include <QByteArray>
 
 #include <csignal>
 #include <map>
+#include <memory>
 
 namespace opcua_sim {
 
@@ -19,7 +22,9 @@ struct ConnectionState
     bool noneChannel = false;           // the channel's security policy is None
     bool inboundContinuation = false;   // the last received chunk was an intermediate one
     bool outboundContinuation = false;  // the last sent chunk was an intermediate one
-    QByteArray requestBody;             // bodies of the chunks of a request whose operations delay it
+    QByteArray requestBody;             // bodies of the chunks of a request that is looked at whole
+    bool delayRequest = false;          // ... because its operations delay it
+    bool faultByNode = false;           // ... because naming the fault node sets off the fault
 };
 
 // Sits between the TCP connection manager and the server: it sees every chunk that comes in
@@ -44,6 +49,10 @@ struct WireHook
     std::map<quint32, QString> requestNames;  // binary encoding id -> service name
     qint64 delayMatched = 0;
     qint64 dropMatched = 0;
+    qint64 faultMatched = 0;
+    std::unique_ptr<Ua::NodeIdHolder> faultNode;  // parsed "fault_node", when set
+    bool faultFired = false;   // the scenario's fault happened
+    bool dead = false;         // after a "close" fault: every connection is closed at its first bytes
 };
 
 // Installs the hook on the manager before the server opens its listening socket. One hook

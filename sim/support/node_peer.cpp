@@ -6,6 +6,8 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 
+#include <csignal>
+
 namespace test_support {
 
 namespace {
@@ -102,6 +104,11 @@ void NodePeer::stop()
 {
     process_.stop();
     path_.clear();
+}
+
+bool NodePeer::kill()
+{
+    return process_.sendSignal(SIGKILL);
 }
 
 bool NodePeer::running() const

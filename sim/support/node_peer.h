@@ -23,6 +23,8 @@ public:
     bool startDiscoveryServer(const QStringList& args, QString* error);
     void stop();
     bool running() const;
+    // Kills the process at once (SIGKILL), as a server that dies.
+    bool kill();
 
     quint16 port() const;
     // opc.tcp://127.0.0.1:PORT followed by the --path given, if any.

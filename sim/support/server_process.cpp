@@ -3,6 +3,9 @@
 #include <QElapsedTimer>
 #include <QProcess>
 
+#include <csignal>
+#include <sys/types.h>
+
 namespace test_support {
 
 namespace {
@@ -66,6 +69,7 @@ void ServerProcess::stop()
 {
     if (process_) {
         if (process_->state() != QProcess::NotRunning) {
+            ::kill(pid_t(process_->processId()), SIGCONT);
             process_->terminate();
             if (!process_->waitForFinished(10000)) {
                 process_->kill();
@@ -75,6 +79,15 @@ void ServerProcess::stop()
         process_.reset();
     }
     port_ = 0;
+}
+
+bool ServerProcess::sendSignal(int signal)
+{
+    if (!running() || ::kill(pid_t(process_->processId()), signal) != 0)
+        return false;
+    if (signal == SIGKILL)
+        process_->waitForFinished(10000);
+    return true;
 }
 
 bool ServerProcess::running() const

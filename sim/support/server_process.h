@@ -31,8 +31,12 @@ public:
     // Starts the program and waits until its ready line; false (and stopped) when it
     // does not start, ends or stays silent for readyTimeoutMs.
     bool start(const QString& program, const QStringList& args, const Options& options, QString* error);
-    // Terminates the process, kills it when it does not end, and waits for it.
+    // Terminates the process (a stopped one is continued first), kills it when it does not end,
+    // and waits for it.
     void stop();
+    // Sends the signal to the running process: SIGKILL (then waits until it has ended), SIGSTOP,
+    // SIGCONT. False when it does not run.
+    bool sendSignal(int signal);
     bool running() const;
 
     quint16 port() const { return port_; }

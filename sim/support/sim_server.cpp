@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
+
 namespace test_support {
 
 namespace {
@@ -85,6 +87,7 @@ bool SimServer::startFile(const QString& scenarioPath, QString* error)
 
 bool SimServer::launch(const QString& scenarioPath, quint16 port, QString* error)
 {
+    scenarioPath_ = scenarioPath;
     QStringList args{QStringLiteral("--scenario"), scenarioPath, QStringLiteral("--port"), QString::number(port),
                      QStringLiteral("--listen"), QStringLiteral("127.0.0.1")};
     if (statsMode_ == Stats::File) {
@@ -101,6 +104,32 @@ bool SimServer::launch(const QString& scenarioPath, quint16 port, QString* error
 void SimServer::stop()
 {
     process_.stop();
+}
+
+bool SimServer::kill()
+{
+    return process_.sendSignal(SIGKILL);
+}
+
+bool SimServer::freeze()
+{
+    return process_.sendSignal(SIGSTOP);
+}
+
+bool SimServer::thaw()
+{
+    return process_.sendSignal(SIGCONT);
+}
+
+bool SimServer::restart(QString* error)
+{
+    const quint16 samePort = port();
+    if (samePort == 0) {
+        *error = QStringLiteral("the simulator was not started");
+        return false;
+    }
+    process_.sendSignal(SIGKILL);
+    return launch(scenarioPath_, samePort, error);
 }
 
 bool SimServer::running() const

@@ -27,6 +27,14 @@ public:
     void stop();
     bool running() const;
 
+    // A server that goes away in the middle of a session: killed at once (SIGKILL), frozen
+    // (SIGSTOP) and thawed again, or killed and started again with the same scenario on the
+    // same port.
+    bool kill();
+    bool freeze();
+    bool thaw();
+    bool restart(QString* error);
+
     quint16 port() const;
     QString endpointUrl() const;  // opc.tcp://127.0.0.1:PORT
     // The request counters of the stats file; empty before the start.
@@ -37,6 +45,7 @@ private:
     bool launch(const QString& scenarioPath, quint16 port, QString* error);
 
     QTemporaryDir dir_;
+    QString scenarioPath_;
     ServerProcess process_;
     Stats statsMode_;
 };
