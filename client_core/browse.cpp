@@ -248,5 +248,9 @@ bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, co
         state.browsed.insert(entry.nodeId);
         browseOne(state, entry);
     }
+    // The server is gone or does not answer: its channel is closed at once, so that the
+    // disconnect that follows does not wait a time-out more for a server that cannot answer.
+    if (state.stopped)
+        Ua::closeSecureChannelPromptly(client.get());
     return true;
 }

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QJsonDocument>
+#include <QThread>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -16,6 +17,8 @@ namespace {
 
 constexpr int readyTimeoutMs = 15000;
 constexpr int startAttempts = 5;
+constexpr int restartAttempts = 120;
+constexpr unsigned long restartPauseMs = 250;
 
 } // namespace
 
@@ -129,7 +132,13 @@ bool SimServer::restart(QString* error)
         return false;
     }
     process_.sendSignal(SIGKILL);
-    return launch(scenarioPath_, samePort, error);
+    // The old server's side of a connection keeps the port until its peer closes it too.
+    for (int attempt = 0; attempt < restartAttempts; ++attempt) {
+        if (launch(scenarioPath_, samePort, error))
+            return true;
+        QThread::msleep(restartPauseMs);
+    }
+    return false;
 }
 
 bool SimServer::running() const
