@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using test_support::ProcessResult;
 using test_support::runDiscover;
 using test_support::runProcess;
@@ -145,6 +147,99 @@ TEST_F(FrontEndProcess, DirectoryAsRequestCannotBeOpened)
     const ProcessResult result = runDiscover({"-r", dir_.path()});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.err, ("Unable to open request file: " + dir_.path() + "\n").toUtf8());
+}
+
+// --- Request sources: pipes, FIFOs and standard input are read like a file ---
+
+namespace {
+
+// Runs command in bash with discover as "$0" and words as "$1"..., so that the request can come
+// through a pipe, a redirection or a process substitution.
+ProcessResult runInShell(const QString& command, const QStringList& words)
+{
+    return runProcess("/bin/bash", QStringList{"-c", command, test_support::discoverExecutable()} + words);
+}
+
+} // namespace
+
+TEST_F(FrontEndProcess, RequestFromAPipeGivesTheResultOfTheFile)
+{
+    const QString file = request(devicesRequest({{"mode", "discover_devices"}, {"job_id", "pipe"}}));
+    const ProcessResult fromFile = runDiscover({"-r", file});
+    ASSERT_EQ(fromFile.exitCode, 0) << test_support::describe(fromFile);
+    const ProcessResult fromPipe = runInShell(R"(cat "$1" | "$0" -r /dev/stdin)", {file});
+    EXPECT_EQ(fromPipe.exitCode, 0) << test_support::describe(fromPipe);
+    EXPECT_TRUE(fromPipe.err.isEmpty());
+    EXPECT_EQ(fromPipe.out, fromFile.out);
+    EXPECT_EQ(parseStdout(fromPipe).value("job_id").toString(), "pipe");
+}
+
+TEST_F(FrontEndProcess, RequestFromStandardInputGivesTheResultOfTheFile)
+{
+    const QString file = request(devicesRequest({{"mode", "discover_devices"}}));
+    const ProcessResult fromFile = runDiscover({"-r", file});
+    ASSERT_EQ(fromFile.exitCode, 0) << test_support::describe(fromFile);
+    const ProcessResult redirected = runInShell(R"("$0" -r /dev/stdin < "$1")", {file});
+    EXPECT_EQ(redirected.exitCode, 0) << test_support::describe(redirected);
+    EXPECT_TRUE(redirected.err.isEmpty());
+    EXPECT_EQ(redirected.out, fromFile.out);
+}
+
+TEST_F(FrontEndProcess, RequestFromAProcessSubstitutionGivesTheResultOfTheFile)
+{
+    const QString file = request(devicesRequest({{"mode", "discover_devices"}}));
+    const ProcessResult fromFile = runDiscover({"-r", file});
+    ASSERT_EQ(fromFile.exitCode, 0) << test_support::describe(fromFile);
+    const ProcessResult substituted = runInShell(R"("$0" -r <(cat "$1"))", {file});
+    EXPECT_EQ(substituted.exitCode, 0) << test_support::describe(substituted);
+    EXPECT_TRUE(substituted.err.isEmpty());
+    EXPECT_EQ(substituted.out, fromFile.out);
+}
+
+TEST_F(FrontEndProcess, RequestFromAFifoWithAWriterGivesTheResultOfTheFile)
+{
+    const QString file = request(devicesRequest({{"mode", "discover_devices"}}));
+    const QString fifo = path("request.fifo");
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    const ProcessResult fromFile = runDiscover({"-r", file});
+    ASSERT_EQ(fromFile.exitCode, 0) << test_support::describe(fromFile);
+    // The writer opens the FIFO itself, under a time limit, so that it never outlives the test;
+    // once before discover has opened it and once after.
+    for (const char* delay : {"0", "0.5"}) {
+        const ProcessResult fromFifo = runInShell(
+            R"((sleep "$3"; exec timeout 20 tee "$2" < "$1" > /dev/null) & "$0" -r "$2"; status=$?; wait; exit $status)",
+            {file, fifo, delay});
+        EXPECT_EQ(fromFifo.exitCode, 0) << "delay " << delay << ": " << test_support::describe(fromFifo);
+        EXPECT_TRUE(fromFifo.err.isEmpty());
+        EXPECT_EQ(fromFifo.out, fromFile.out);
+    }
+}
+
+TEST_F(FrontEndProcess, PipeClosedWithoutDataIsAnEmptyRequest)
+{
+    const ProcessResult result = runInShell(R"(true | "$0" -r /dev/stdin)", {});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: illegal value at offset 0\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, NullDeviceOnStandardInputIsAnEmptyRequest)
+{
+    const ProcessResult result = runInShell(R"("$0" -r /dev/stdin < /dev/null)", {});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Invalid JSON request: illegal value at offset 0\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+}
+
+TEST_F(FrontEndProcess, PipeOverSixtyFourMebibytesFailsAndKeepsTheOutput)
+{
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    const ProcessResult result = runInShell(R"(head -c "$1" /dev/zero | "$0" -r /dev/stdin -o "$2")",
+                                            {QString::number(64 * 1024 * 1024 + 1), out});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, QByteArray("Request file is larger than 64 MiB: /dev/stdin\n"));
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
 }
 
 TEST_F(FrontEndProcess, EmptyRequestFileIsInvalid)

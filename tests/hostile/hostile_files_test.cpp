@@ -1,5 +1,5 @@
 // The discover process under a file size limit, kill -9 at any moment, with secrets in the
-// request and with request paths that are no regular files.
+// request and with request paths that are no regular files or never deliver a request.
 #include "app/request_file.h"
 #include "sim/support/files.h"
 #include "sim/support/process_runner.h"
@@ -19,6 +19,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -363,11 +365,46 @@ protected:
     QTemporaryDir dir_;
 };
 
-TEST_F(HostileRequest, FifoWithoutAWriterFailsAtOnce)
+// A source that never delivers a whole request holds the job for the wait and no longer. The
+// three run side by side, so that the test takes the wait once.
+TEST_F(HostileRequest, SourcesThatNeverEndFailAfterTheWait)
 {
     const QString fifo = dir_.filePath("request.fifo");
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
-    expectUnopenable(fifo);
+    struct Case
+    {
+        QString name;
+        QStringList arguments;
+        QByteArray sent;   // written to standard input, which stays open
+        QByteArray message;
+    };
+    const QList<Case> cases{
+        {"fifo-without-writer", {"-r", fifo}, {}, ("Request file gave no data within 10 s: " + fifo + "\n").toUtf8()},
+        {"silent-pipe", {"-r", "/dev/stdin"}, {}, "Request file gave no data within 10 s: /dev/stdin\n"},
+        {"stalled-pipe", {"-r", "/dev/stdin"}, "{\"mode\":", "Request file did not end within 10 s: /dev/stdin\n"},
+    };
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (const Case& c : cases) {
+        const QString out = test_support::writeFile(dir_.path(), c.name + ".json", "previous result\n");
+        processes.push_back(std::make_unique<QProcess>());
+        processes.back()->start(test_support::discoverExecutable(), QStringList{"-m", "discover_devices", "-o", out} + c.arguments);
+        ASSERT_TRUE(processes.back()->waitForStarted(10000));
+        processes.back()->write(c.sent);
+        ASSERT_TRUE(processes.back()->waitForBytesWritten(10000) || c.sent.isEmpty());
+    }
+    for (int i = 0; i < cases.size(); ++i) {
+        QProcess& process = *processes[size_t(i)];
+        const bool finished = process.waitForFinished(requestWaitMs + 20000);
+        if (!finished)
+            process.kill();
+        process.waitForFinished(5000);
+        ASSERT_TRUE(finished) << cases[i].name.toStdString() << " did not end after the wait";
+        EXPECT_EQ(process.exitStatus(), QProcess::NormalExit);
+        EXPECT_EQ(process.exitCode(), 1) << cases[i].name.toStdString();
+        EXPECT_EQ(process.readAllStandardError(), cases[i].message);
+        EXPECT_TRUE(process.readAllStandardOutput().isEmpty());
+        EXPECT_EQ(test_support::readFile(dir_.filePath(cases[i].name + ".json")), QByteArray("previous result\n"));
+    }
 }
 
 TEST_F(HostileRequest, EndlessDeviceFailsAtOnce)
@@ -389,18 +426,32 @@ TEST_F(HostileRequest, SocketFails)
     expectUnopenable(socketPath);
 }
 
-TEST_F(HostileRequest, FileOverTheLimitFails)
+TEST_F(HostileRequest, FileOverTheLimitFailsAtOnce)
 {
     const QString big = test_support::writeFile(dir_.path(), "big.json", "{}");
     ASSERT_EQ(::truncate(QFile::encodeName(big).constData(), maxRequestFileBytes + 1), 0);
-    expectUnopenable(big);
+    const QString out = test_support::writeFile(dir_.path(), "result.json", "previous result\n");
+    const ProcessResult result = test_support::runDiscover({"-m", "discover_devices", "-r", big, "-o", out});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, ("Request file is larger than 64 MiB: " + big + "\n").toUtf8());
+    EXPECT_TRUE(result.out.isEmpty());
+    EXPECT_EQ(test_support::readFile(out), QByteArray("previous result\n"));
 }
 
-TEST_F(HostileRequest, LinkToAFifoFails)
+TEST_F(HostileRequest, LinkToAFifoWithAWriterIsRead)
 {
     const QString fifo = dir_.filePath("request.fifo");
     ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
     const QString link = dir_.filePath("request.json");
     ASSERT_TRUE(QFile::link(fifo, link));
-    expectUnopenable(link);
+    const QString request = test_support::writeJsonFile(dir_.path(), "source.json", devicesRequest({{"job_id", "fifo"}}));
+    // The writer opens the FIFO itself, under a time limit, so that it never outlives the test.
+    const QString command = QStringLiteral(R"(timeout 20 tee "$2" < "$1" > /dev/null & "$0" -m discover_devices -r "$3"; )"
+                                           R"(status=$?; wait; exit $status)");
+    const ProcessResult result =
+        test_support::runProcess("/bin/bash", {"-c", command, test_support::discoverExecutable(), request, fifo, link});
+    ASSERT_EQ(result.exitCode, 0) << test_support::describe(result);
+    bool ok = false;
+    EXPECT_EQ(items_test::parseObject(result.out, &ok).value("job_id").toString(), "fifo");
+    EXPECT_TRUE(ok);
 }
