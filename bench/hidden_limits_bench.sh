@@ -97,7 +97,7 @@ run_contender() {   # run_contender NAME; prints the items listed
       printf '{"device": {"address": "%s", "security_mode": "1", "security_policies": "http://opcfoundation.org/UA/SecurityPolicy#None"}, "timeout_ms": 10000}\n' \
         "$url" >"$work/request.json"
       "$discover" --mode discover_items --request "$work/request.json" --output "$work/result.json" >/dev/null 2>&1 || true
-      grep -o '"external_id"' "$work/result.json" | wc -l ;;
+      { grep -o '"external_id"' "$work/result.json" || true; } | wc -l ;;
   esac
 }
 

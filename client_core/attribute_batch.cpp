@@ -14,23 +14,15 @@ AttributeBatch::AttributeBatch(UA_Client* client, Keep keep)
 
 BatchAnswer AttributeBatch::askTogether(const std::vector<QueuedNode>& variables)
 {
-    BatchAnswer answer;
-    std::vector<const UA_NodeId*> ids;
-    for (const QueuedNode& variable : variables)
-        ids.push_back(variable.id.get());
     bool built = false;
-    const Ua::ReadRequestHolder request = Ua::readRequest(ids, variableAttributeIds, &built);
+    const Ua::ReadRequestHolder request = Ua::readRequest(nodeIdsOf(variables), variableAttributeIds, &built);
     if (!built)
-        return answer;
+        return BatchAnswer();
     QElapsedTimer timer;
     timer.start();
     response_ = Ua::read(client_, *request);
-    answer.status = response_->responseHeader.serviceResult;
-    const bool complete = answer.status == UA_STATUSCODE_GOOD
-        && response_->resultsSize == variables.size() * variableAttributeIds.size();
-    answer.outcome = complete ? BatchAnswer::Outcome::Answered : BatchAnswer::Outcome::Failed;
-    answer.elapsedMs = timer.elapsed();
-    return answer;
+    return judgeAnswer(response_->responseHeader.serviceResult, response_->resultsSize,
+                       variables.size() * variableAttributeIds.size(), timer.elapsed());
 }
 
 // A variable whose three attributes were all read is answered; any other answer may be the

@@ -15,6 +15,25 @@ size_t nodesAskedAgain(size_t nodes, UA_StatusCode status)
 
 } // namespace
 
+std::vector<const UA_NodeId*> nodeIdsOf(const std::vector<QueuedNode>& nodes)
+{
+    std::vector<const UA_NodeId*> ids;
+    ids.reserve(nodes.size());
+    for (const QueuedNode& node : nodes)
+        ids.push_back(node.id.get());
+    return ids;
+}
+
+BatchAnswer judgeAnswer(UA_StatusCode status, size_t results, size_t expectedResults, qint64 elapsedMs)
+{
+    BatchAnswer answer;
+    answer.status = status;
+    const bool complete = status == UA_STATUSCODE_GOOD && results == expectedResults;
+    answer.outcome = complete ? BatchAnswer::Outcome::Answered : BatchAnswer::Outcome::Failed;
+    answer.elapsedMs = elapsedMs;
+    return answer;
+}
+
 void fetchInBatches(FetchQueue& queue, BatchQuestion& question, ServerWatch& watch, int timeoutMs,
                     std::vector<QueuedNode> request)
 {

@@ -23,6 +23,13 @@ struct BatchAnswer
     qint64 elapsedMs = 0;                        // Answered: how long the request took
 };
 
+// The NodeIds a request about these nodes carries, in order.
+std::vector<const UA_NodeId*> nodeIdsOf(const std::vector<QueuedNode>& nodes);
+
+// A sent request answered `status` with `results` results after `elapsedMs`; it is answered
+// when the service succeeded with the `expectedResults` the request asked for.
+BatchAnswer judgeAnswer(UA_StatusCode status, size_t results, size_t expectedResults, qint64 elapsedMs);
+
 // One kind of question asked of the server, for one node or for several in one request.
 class BatchQuestion
 {

@@ -27,22 +27,14 @@ BrowseBatch::BrowseBatch(UA_Client* client, ServerWatch* watch, const RequestSiz
 
 BatchAnswer BrowseBatch::askTogether(const std::vector<QueuedNode>& nodes)
 {
-    BatchAnswer answer;
-    std::vector<const UA_NodeId*> ids;
-    for (const QueuedNode& node : nodes)
-        ids.push_back(node.id.get());
     bool built = false;
-    const Ua::BrowseRequestHolder request = Ua::browseRequest(ids, walkBrowseFilter, &built);
+    const Ua::BrowseRequestHolder request = Ua::browseRequest(nodeIdsOf(nodes), walkBrowseFilter, &built);
     if (!built)
-        return answer;
+        return BatchAnswer();
     QElapsedTimer timer;
     timer.start();
     response_ = Ua::browse(client_, *request);
-    answer.status = response_->responseHeader.serviceResult;
-    const bool complete = answer.status == UA_STATUSCODE_GOOD && response_->resultsSize == nodes.size();
-    answer.outcome = complete ? BatchAnswer::Outcome::Answered : BatchAnswer::Outcome::Failed;
-    answer.elapsedMs = timer.elapsed();
-    return answer;
+    return judgeAnswer(response_->responseHeader.serviceResult, response_->resultsSize, nodes.size(), timer.elapsed());
 }
 
 std::vector<bool> BrowseBatch::keepAnswers(const std::vector<QueuedNode>& nodes)
