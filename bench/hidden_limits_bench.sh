@@ -7,7 +7,7 @@
 # node), all counted by the simulator (its --stats-file), and the items listed.
 #
 #   bench/hidden_limits_bench.sh [--build DIR] [--before PATH] [--before-reference PATH]
-#                                [--browse N] [--read N] [--spaces "types unsupported many synthetic:3000"]
+#                                [--browse N] [--read N] [--spaces "types unsupported derived many synthetic:3000"]
 #
 # Contenders:
 #   reference   the walk with its one-request-per-call source (bench/browse_bench --source reference)
@@ -24,7 +24,7 @@ before=""
 before_reference=""
 browse_limit=5
 read_limit=7
-spaces="types unsupported many synthetic:3000"
+spaces="types unsupported derived many synthetic:3000"
 while [ $# -gt 0 ]; do
   case "$1" in
     --build) build=$2; shift 2 ;;
