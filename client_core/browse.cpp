@@ -2,6 +2,7 @@
 
 #include "client_core/browse_path.h"
 #include "client_core/node_data_source.h"
+#include "client_core/reference_filter.h"
 #include "ua/client.h"
 #include "ua/text.h"
 
@@ -121,14 +122,18 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
 void handleReference(BrowseState& state, const QString& parent, const QStringList& parentPath,
                      const UA_ReferenceDescription& reference)
 {
-    if (reference.nodeId.serverIndex != 0 || reference.nodeId.namespaceUri.length != 0) {
+    QString child;
+    switch (judgeReference(reference, &child)) {
+    case ReferenceVerdict::NotLocal:
         warn(state, QStringLiteral("Skipping non-local OPC UA reference under %1").arg(parent));
         return;
-    }
-    const QString child = Ua::nodeIdToQString(reference.nodeId.nodeId);
-    if (child.isEmpty()) {
+    case ReferenceVerdict::UnnamedTarget:
         warn(state, QStringLiteral("Skipping OPC UA reference with unsupported NodeId encoding under %1").arg(parent));
         return;
+    case ReferenceVerdict::NotWalkedClass:
+        return;
+    case ReferenceVerdict::Followed:
+        break;
     }
 
     QStringList childPath = parentPath;
@@ -137,10 +142,6 @@ void handleReference(BrowseState& state, const QString& parent, const QStringLis
         segment = Ua::toQString(reference.displayName.text);
     if (!segment.isEmpty())
         childPath.append(segment);
-
-    if (reference.nodeClass != UA_NODECLASS_OBJECT && reference.nodeClass != UA_NODECLASS_VARIABLE
-        && reference.nodeClass != UA_NODECLASS_VIEW)
-        return;
 
     if (!state.browsed.contains(child)) {
         if (!state.queued.contains(child)) {

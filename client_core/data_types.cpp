@@ -1,6 +1,7 @@
 #include "client_core/data_types.h"
 
-#include "ua/holders.h"
+#include "client_core/reference_filter.h"
+#include "ua/requests.h"
 #include "ua/services.h"
 #include "ua/supported_types.h"
 #include "ua/text.h"
@@ -10,6 +11,9 @@
 namespace {
 
 const int maxSupertypeSteps = 32;
+
+// The Browse that finds a data type's direct supertype: HasSubtype backwards, to data types.
+const Ua::BrowseFilter supertypeFilter{UA_BROWSEDIRECTION_INVERSE, UA_NS0ID_HASSUBTYPE, false, UA_NODECLASS_DATATYPE};
 
 bool lookUpSupportedType(const UA_NodeId& id, ResolvedDataType* out)
 {
@@ -22,34 +26,28 @@ bool lookUpSupportedType(const UA_NodeId& id, ResolvedDataType* out)
     return true;
 }
 
-bool isLocalTarget(const UA_ExpandedNodeId& target)
-{
-    return target.serverIndex == 0 && target.namespaceUri.length == 0;
-}
+enum class SupertypeAnswer {
+    Found,      // the server named the supertype
+    None,       // the server answered for the node and named no supertype
+    NoAnswer,   // the request failed, or its answer could not be kept
+};
 
 // The direct supertype of a data type, found by browsing HasSubtype backwards.
-bool findSupertype(UA_Client* client, const UA_NodeId& type, Ua::NodeIdHolder* supertype)
+SupertypeAnswer browseSupertype(UA_Client* client, const UA_NodeId& type, Ua::NodeIdHolder* supertype)
 {
-    Ua::BrowseRequestHolder request;
-    request->nodesToBrowse = UA_BrowseDescription_new();
-    if (!request->nodesToBrowse)
-        return false;
-    request->nodesToBrowseSize = 1;
-    UA_BrowseDescription& description = request->nodesToBrowse[0];
-    if (UA_NodeId_copy(&type, &description.nodeId) != UA_STATUSCODE_GOOD)
-        return false;
-    description.browseDirection = UA_BROWSEDIRECTION_INVERSE;
-    description.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HASSUBTYPE);
-    description.includeSubtypes = false;
-    description.nodeClassMask = UA_NODECLASS_DATATYPE;
-    description.resultMask = UA_BROWSERESULTMASK_ALL;
-
+    bool built = false;
+    const Ua::BrowseRequestHolder request = Ua::browseRequest({&type}, supertypeFilter, &built);
+    if (!built)
+        return SupertypeAnswer::NoAnswer;
     const Ua::BrowseResponseHolder response = Ua::browse(client, *request);
     if (response->responseHeader.serviceResult != UA_STATUSCODE_GOOD || response->resultsSize == 0)
-        return false;
-
+        return SupertypeAnswer::NoAnswer;
+    // A result with a bad status may be a passing state of the server: no answer to keep.
+    SupertypeAnswer missing = SupertypeAnswer::None;
     for (size_t r = 0; r < response->resultsSize; ++r) {
         const UA_BrowseResult& result = response->results[r];
+        if (UA_StatusCode_isBad(result.statusCode))
+            missing = SupertypeAnswer::NoAnswer;
         if (UA_StatusCode_isBad(result.statusCode) || result.referencesSize == 0)
             continue;
         for (size_t i = 0; i < result.referencesSize; ++i) {
@@ -58,19 +56,24 @@ bool findSupertype(UA_Client* client, const UA_NodeId& type, Ua::NodeIdHolder* s
                 continue;
             Ua::NodeIdHolder found;
             if (UA_NodeId_copy(&reference.nodeId.nodeId, found.get()) != UA_STATUSCODE_GOOD)
-                return false;
+                return SupertypeAnswer::NoAnswer;
             *supertype = std::move(found);
-            return true;
+            return SupertypeAnswer::Found;
         }
     }
-    return false;
+    return missing;
 }
 
 } // namespace
 
-bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, ResolvedDataType* out)
+DataTypeResolver::DataTypeResolver(UA_Client* client)
+    : client_(client)
 {
-    if (!client || !out)
+}
+
+bool DataTypeResolver::resolve(const UA_NodeId& dataType, ResolvedDataType* out)
+{
+    if (!client_ || !out)
         return false;
     Ua::NodeIdHolder current;
     if (UA_NodeId_copy(&dataType, current.get()) != UA_STATUSCODE_GOOD)
@@ -88,8 +91,33 @@ bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, Reso
             visited.insert(text);
         }
         Ua::NodeIdHolder supertype;
-        if (!findSupertype(client, *current, &supertype))
+        if (!supertypeOf(*current, text, &supertype))
             return false;
         current = std::move(supertype);
     }
+}
+
+bool DataTypeResolver::supertypeOf(const UA_NodeId& type, const QString& text, Ua::NodeIdHolder* supertype)
+{
+    const auto known = text.isEmpty() ? supertypes_.end() : supertypes_.find(text);
+    if (known != supertypes_.end())
+        return known->second.found && UA_NodeId_copy(known->second.id.get(), supertype->get()) == UA_STATUSCODE_GOOD;
+    ++supertypeBrowses_;
+    const SupertypeAnswer answer = browseSupertype(client_, type, supertype);
+    // A type without text cannot be looked up again; a browse without answer (also that of a
+    // server that is gone) is no answer to keep.
+    if (text.isEmpty() || answer == SupertypeAnswer::NoAnswer || Ua::refusedReconnect(client_) != UA_STATUSCODE_GOOD)
+        return answer == SupertypeAnswer::Found;
+    Supertype& kept = supertypes_[text];
+    kept.found = answer == SupertypeAnswer::Found;
+    if (kept.found && UA_NodeId_copy(supertype->get(), kept.id.get()) != UA_STATUSCODE_GOOD) {
+        supertypes_.erase(text);
+        return true;
+    }
+    return kept.found;
+}
+
+bool resolveSupportedDataType(UA_Client* client, const UA_NodeId& dataType, ResolvedDataType* out)
+{
+    return DataTypeResolver(client).resolve(dataType, out);
 }

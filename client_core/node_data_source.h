@@ -45,10 +45,12 @@ struct VariableAttributes
 };
 
 // The small interface between the walk and the server: the walk asks for each node once, in
-// its own order; a source may fetch ahead of it.
+// its own order; a source may fetch ahead of it. Both sources resolve data types alike, with
+// one memory of the type hierarchy per walk.
 class NodeDataSource
 {
 public:
+    explicit NodeDataSource(UA_Client* client);
     virtual ~NodeDataSource() = default;
 
     // The walk put a node on its work list (a hint: it will ask for its Browse result).
@@ -58,7 +60,10 @@ public:
     // DataType, AccessLevel and ValueRank of a variable.
     virtual VariableAttributes attributes(const QString& nodeId, const UA_NodeId& node) = 0;
     // The supported built-in type a data type resolves to; false when there is none.
-    virtual bool resolveDataType(const UA_NodeId& dataType, ResolvedDataType* out) = 0;
+    bool resolveDataType(const UA_NodeId& dataType, ResolvedDataType* out) { return dataTypes_.resolve(dataType, out); }
+
+private:
+    DataTypeResolver dataTypes_;
 };
 
 // One request per question, each for one node, as the walk asks: the reference.
@@ -67,36 +72,6 @@ std::unique_ptr<NodeDataSource> newOneByOneSource(UA_Client* client);
 // Requests of many nodes, fetched ahead of the walk, sized to the server's operation limits and
 // to the client's request time-out.
 std::unique_ptr<NodeDataSource> newBatchedSource(UA_Client* client);
-
-// --- The single-node requests both sources send, and how one answer is judged. ---
-
-// One Browse of one node and its continuation chains, one BrowseNext per continuation point.
-NodeBrowse browseNodeAlone(UA_Client* client, const UA_NodeId& node);
-
-// Follows the chain that starts with `first` by BrowseNext calls of one continuation point each.
-BrowseChain followChainAlone(UA_Client* client, Ua::BrowseResultHolder first);
-
-// Continues a chain whose last page names a continuation point the same way, `guard` having
-// seen every page of it so far.
-void continueChainAlone(UA_Client* client, BrowseChain* chain, ContinuationGuard* guard);
-
-// Appends the next page of a chain, the Browse result first. When the guard ends the chain
-// with it, its continuation counts as failed with chainEndedStatus. True while the chain goes
-// on: the page is good and names a continuation point to follow.
-bool appendChainPage(BrowseChain* chain, ContinuationGuard* guard, Ua::BrowseResultHolder page);
-
-// One Read of the three attributes of one variable.
-VariableAttributes readAttributesAlone(UA_Client* client, const UA_NodeId& node);
-
-// The three attributes of one variable from its three results of a Read whose service result
-// and result count are already known to be good.
-VariableAttributes attributesFromResults(const UA_DataValue* results);
-
-// The Browse description of the walk: forward hierarchical references to objects, variables and views.
-bool describeWalkBrowse(const UA_NodeId& node, UA_BrowseDescription* description);
-
-// The attribute ids of readAttributesAlone, in request order.
-extern const UA_AttributeId variableAttributeIds[3];
 
 // Status codes after which the server is taken as gone: the walk stops on them.
 bool isConnectionLoss(UA_StatusCode status);

@@ -234,6 +234,40 @@ void addUnsupported(Builder* b)
     b->variable("Unsupported.NodeId", parent, value, UA_TYPES[UA_TYPES_NODEID].typeId, readAccess);
 }
 
+// Many variables of a few data types that are not built-in: each needs its supertypes browsed.
+void addDerived(Builder* b, int count)
+{
+    b->object("Derived", UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER));
+    const UA_NodeId parent = simNode("Derived");
+    UA_DateTime time = sampleDateTime();
+    UA_Double duration = 250.0;
+    UA_ServerState state = UA_SERVERSTATE_RUNNING;
+    UA_BuildInfo info;
+    UA_BuildInfo_init(&info);
+    UA_Range range;
+    range.low = 0;
+    range.high = 100;
+    const struct
+    {
+        const char* name;
+        void* value;
+        int valueType;
+        UA_UInt32 dataType;
+    } kinds[] = {{"UtcTime", &time, UA_TYPES_DATETIME, UA_NS0ID_UTCTIME},
+                 {"Duration", &duration, UA_TYPES_DOUBLE, UA_NS0ID_DURATION},
+                 {"Enum", &state, UA_TYPES_SERVERSTATE, UA_NS0ID_SERVERSTATE},
+                 {"Structure", &info, UA_TYPES_BUILDINFO, UA_NS0ID_BUILDINFO},
+                 {"Range", &range, UA_TYPES_RANGE, UA_NS0ID_RANGE}};
+    for (int i = 0; i < count; ++i) {
+        for (const auto& kind : kinds) {
+            UA_Variant value;
+            UA_Variant_setScalar(&value, kind.value, &UA_TYPES[kind.valueType]);
+            b->variable(QByteArray("Derived.") + kind.name + QByteArray::number(i), parent, value,
+                        UA_NODEID_NUMERIC(0, kind.dataType), readAccess);
+        }
+    }
+}
+
 void addAccess(Builder* b)
 {
     b->object("Access", UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER));
@@ -433,6 +467,7 @@ bool buildAddressSpace(UA_Server* server, const Scenario& scenario, QString* err
         {"properties", [&] { addProperties(&builder); }},
         {"deep", [&] { addDeep(&builder, space.deepLevels); }},
         {"many", [&] { addMany(&builder, space.manyChildren); }},
+        {"derived", [&] { addDerived(&builder, space.derivedChildren); }},
         {"history", [&] { addHistory(&builder); }},
         {"empty", [&] { addEmpty(&builder); }},
     };

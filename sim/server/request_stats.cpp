@@ -14,7 +14,9 @@ RequestStats newRequestStats(const QString& filePath)
     for (const char* key : {"total", "Hello", "OpenSecureChannel", "CloseSecureChannel", "FindServers",
                             "FindServersOnNetwork", "GetEndpoints", "CreateSession", "ActivateSession",
                             "CloseSession", "Browse", "BrowseNext", "Read", "Write", "HistoryRead", "Encrypted",
-                            "delayed", "dropped"})
+                            "delayed", "dropped", "refused", "browse_nodes", "browse_next_points",
+                            "read_operations", "supertype_browses", "supertype_nodes",
+                            "supertype_browses_per_node_max"})
         stats.counts.insert(QString::fromLatin1(key), 0);
     return stats;
 }

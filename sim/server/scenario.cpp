@@ -11,6 +11,8 @@ namespace {
 
 const QStringList allPresets = {"types",      "writable", "unsupported", "access", "alias",
                                 "properties", "deep",     "many",        "history", "empty"};
+// Presets that "all" leaves out: what they add would change the walks of every "all" scenario.
+const QStringList namedOnlyPresets = {"derived"};
 
 // Typos in a scenario would silently test something else, so unknown keys are errors.
 bool onlyKnownKeys(const QJsonObject& object, const QStringList& known, const QString& where, QString* error)
@@ -216,8 +218,8 @@ bool readFindServers(const QJsonObject& object, Scenario* scenario, QString* err
 bool readAddressSpace(const QJsonObject& object, AddressSpaceSettings* space, QString* error)
 {
     if (!onlyKnownKeys(object,
-                       {"presets", "hide_server_object", "deep_levels", "many_children", "synthetic_count",
-                        "synthetic_folder_size", "max_references_per_node"},
+                       {"presets", "hide_server_object", "deep_levels", "many_children", "derived_children",
+                        "synthetic_count", "synthetic_folder_size", "max_references_per_node"},
                        "\"address_space\"", error))
         return false;
     if (object.value("presets").isString()) {
@@ -230,7 +232,7 @@ bool readAddressSpace(const QJsonObject& object, AddressSpaceSettings* space, QS
         return false;
     }
     for (const QString& preset : space->presets) {
-        if (!allPresets.contains(preset)) {
+        if (!allPresets.contains(preset) && !namedOnlyPresets.contains(preset)) {
             *error = QStringLiteral("unknown preset \"%1\"").arg(preset);
             return false;
         }
@@ -238,6 +240,7 @@ bool readAddressSpace(const QJsonObject& object, AddressSpaceSettings* space, QS
     return readBool(object, "hide_server_object", &space->hideServerObject, error) &&
            readNumber(object, "deep_levels", 1, 1000, &space->deepLevels, error) &&
            readNumber(object, "many_children", 0, 1000000, &space->manyChildren, error) &&
+           readNumber(object, "derived_children", 0, 100000, &space->derivedChildren, error) &&
            readNumber(object, "synthetic_count", 0, 2000000, &space->syntheticCount, error) &&
            readNumber(object, "synthetic_folder_size", 1, 1000000, &space->syntheticFolderSize, error) &&
            readNumber(object, "max_references_per_node", 0, 0x7fffffff, &space->maxReferencesPerNode, error);
@@ -258,11 +261,17 @@ bool readDuration(const QJsonObject& object, const QString& key, double* out, QS
 
 bool readLimits(const QJsonObject& object, OperationLimits* limits, QString* error)
 {
-    return onlyKnownKeys(object, {"max_nodes_per_browse", "max_nodes_per_read", "max_browse_continuation_points"},
+    return onlyKnownKeys(object,
+                         {"max_nodes_per_browse", "max_nodes_per_read", "max_browse_continuation_points",
+                          "publish_limits", "published_max_nodes_per_browse", "published_max_nodes_per_read"},
                          "\"limits\"", error) &&
            readNumber(object, "max_nodes_per_browse", 0, 0x7fffffff, &limits->maxNodesPerBrowse, error) &&
            readNumber(object, "max_nodes_per_read", 0, 0x7fffffff, &limits->maxNodesPerRead, error) &&
-           readNumber(object, "max_browse_continuation_points", 0, 65535, &limits->maxBrowseContinuationPoints, error);
+           readNumber(object, "max_browse_continuation_points", 0, 65535, &limits->maxBrowseContinuationPoints, error) &&
+           readBool(object, "publish_limits", &limits->publish, error) &&
+           readNumber(object, "published_max_nodes_per_browse", 0, 0x7fffffff, &limits->publishedMaxNodesPerBrowse,
+                      error) &&
+           readNumber(object, "published_max_nodes_per_read", 0, 0x7fffffff, &limits->publishedMaxNodesPerRead, error);
 }
 
 bool validFault(const MisbehaviourSettings& settings, QString* error)

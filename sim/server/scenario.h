@@ -36,17 +36,21 @@ struct AddressSpaceSettings
     bool hideServerObject = false;
     int deepLevels = 20;
     int manyChildren = 100;
+    int derivedChildren = 20;
     int syntheticCount = 0;
     int syntheticFolderSize = 100;
     quint32 maxReferencesPerNode = 0;
 };
 
-// Service limits the server enforces and publishes in Server.ServerCapabilities.
+// Service limits the server enforces, and what it publishes of them in Server.ServerCapabilities.
 struct OperationLimits
 {
     quint32 maxNodesPerBrowse = 0;            // 0: no limit
-    quint32 maxNodesPerRead = 0;              // 0: no limit
+    quint32 maxNodesPerRead = 0;              // ReadValueIds; 0: no limit
     int maxBrowseContinuationPoints = -1;     // published value; -1: the stack's own
+    bool publish = true;                      // false: both node limits are published as none (0)
+    qint64 publishedMaxNodesPerBrowse = -1;   // published instead of the enforced limit; -1: the enforced
+    qint64 publishedMaxNodesPerRead = -1;
 };
 
 struct MisbehaviourSettings

@@ -255,13 +255,63 @@ bool configureServer(UA_ServerConfig* config, const Scenario& scenario, QString*
     return true;
 }
 
+namespace {
+
+// The node limits published where they differ from the enforced ones, by index of
+// publishedLimitNodes. One server per process: the values live as long as it does.
+const UA_UInt32 publishedLimitNodes[] = {UA_NS0ID_SERVER_SERVERCAPABILITIES_OPERATIONLIMITS_MAXNODESPERBROWSE,
+                                         UA_NS0ID_SERVER_SERVERCAPABILITIES_OPERATIONLIMITS_MAXNODESPERREAD};
+UA_UInt32 publishedLimitValues[] = {0, 0};
+
+UA_StatusCode readPublishedLimit(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void* nodeContext,
+                                 UA_Boolean, const UA_NumericRange*, UA_DataValue* value)
+{
+    const UA_StatusCode status =
+        UA_Variant_setScalarCopy(&value->value, static_cast<const UA_UInt32*>(nodeContext), &UA_TYPES[UA_TYPES_UINT32]);
+    value->hasValue = status == UA_STATUSCODE_GOOD;
+    return status;
+}
+
+// The stack publishes a node limit straight from its configuration, read when a client reads
+// it; a limit published otherwise is served by a data source of its own.
+bool publishNodeLimit(UA_Server* server, size_t index, UA_UInt32 enforced, UA_UInt32 published, QString* error)
+{
+    if (published == enforced)
+        return true;
+    publishedLimitValues[index] = published;
+    const UA_NodeId node = UA_NODEID_NUMERIC(0, publishedLimitNodes[index]);
+    UA_DataSource source;
+    source.read = readPublishedLimit;
+    source.write = nullptr;
+    UA_StatusCode status = UA_Server_setNodeContext(server, node, &publishedLimitValues[index]);
+    if (status == UA_STATUSCODE_GOOD)
+        status = UA_Server_setVariableNode_dataSource(server, node, source);
+    if (status != UA_STATUSCODE_GOOD)
+        *error = QStringLiteral("publishing an operation limit failed: %1")
+                     .arg(QString::fromLatin1(UA_StatusCode_name(status)));
+    return status == UA_STATUSCODE_GOOD;
+}
+
+UA_UInt32 publishedLimit(const OperationLimits& limits, quint32 enforced, qint64 published)
+{
+    if (!limits.publish)
+        return 0;
+    return published >= 0 ? UA_UInt32(published) : enforced;
+}
+
+} // namespace
+
 bool applyOperationLimits(UA_Server* server, const Scenario& scenario, QString* error)
 {
-    // The stack publishes the operation limits straight from its configuration.
     const OperationLimits& limits = scenario.limits;
     UA_ServerConfig* config = UA_Server_getConfig(server);
     config->maxNodesPerBrowse = limits.maxNodesPerBrowse;
     config->maxNodesPerRead = limits.maxNodesPerRead;
+    if (!publishNodeLimit(server, 0, limits.maxNodesPerBrowse,
+                          publishedLimit(limits, limits.maxNodesPerBrowse, limits.publishedMaxNodesPerBrowse), error) ||
+        !publishNodeLimit(server, 1, limits.maxNodesPerRead,
+                          publishedLimit(limits, limits.maxNodesPerRead, limits.publishedMaxNodesPerRead), error))
+        return false;
     if (limits.maxBrowseContinuationPoints < 0)
         return true;
     const UA_UInt16 points = static_cast<UA_UInt16>(limits.maxBrowseContinuationPoints);

@@ -170,6 +170,53 @@ size_t operationCount(const QByteArray& message)
     return 0;
 }
 
+QString nodeIdText(const UA_NodeId& node)
+{
+    Ua::StringHolder text;
+    if (UA_NodeId_print(&node, text.get()) != UA_STATUSCODE_GOOD)
+        return QString();
+    return QString::fromUtf8(reinterpret_cast<const char*>(text->data), static_cast<int>(text->length));
+}
+
+// Counts what a whole request (type id and body, all chunks joined) asks: the nodes of a Browse,
+// the continuation points of a BrowseNext, the ReadValueIds of a Read, and the Browse
+// descriptions that ask a data type for its supertype (HasSubtype, inverse), by node.
+void countOperations(WireHook* hook, const QByteArray& message)
+{
+    quint32 id = 0;
+    int length = 0;
+    if (!readTypeIdAt(message, 0, &id, &length))
+        return;
+    QMap<QString, qint64>& counts = hook->stats.counts;
+    if (id == encodingId(UA_TYPES_BROWSEREQUEST)) {
+        Ua::Value<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
+        if (!decodeBody(message, length, request.get(), UA_TYPES_BROWSEREQUEST))
+            return;
+        counts[QStringLiteral("browse_nodes")] += qint64(request->nodesToBrowseSize);
+        const UA_NodeId hasSubtype = UA_NODEID_NUMERIC(0, UA_NS0ID_HASSUBTYPE);
+        for (size_t i = 0; i < request->nodesToBrowseSize; ++i) {
+            const UA_BrowseDescription& description = request->nodesToBrowse[i];
+            if (description.browseDirection != UA_BROWSEDIRECTION_INVERSE ||
+                !UA_NodeId_equal(&description.referenceTypeId, &hasSubtype))
+                continue;
+            const qint64 browses = ++hook->supertypeBrowses[nodeIdText(description.nodeId)];
+            ++counts[QStringLiteral("supertype_browses")];
+            counts[QStringLiteral("supertype_nodes")] = qint64(hook->supertypeBrowses.size());
+            const QString most = QStringLiteral("supertype_browses_per_node_max");
+            counts[most] = qMax(counts.value(most), browses);
+        }
+    } else if (id == encodingId(UA_TYPES_BROWSENEXTREQUEST)) {
+        Ua::Value<UA_BrowseNextRequest, UA_TYPES_BROWSENEXTREQUEST> request;
+        if (decodeBody(message, length, request.get(), UA_TYPES_BROWSENEXTREQUEST))
+            counts[QStringLiteral("browse_next_points")] += qint64(request->continuationPointsSize);
+    } else if (id == encodingId(UA_TYPES_READREQUEST)) {
+        Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
+        if (decodeBody(message, length, request.get(), UA_TYPES_READREQUEST))
+            counts[QStringLiteral("read_operations")] += qint64(request->nodesToReadSize);
+    }
+    writeRequestStats(hook->stats);
+}
+
 // A server that spends a fixed time on every node of a request: a large batch takes long, a
 // single node does not.
 void delayForOperations(const WireHook& hook, const QByteArray& message)
@@ -328,6 +375,8 @@ Verdict completeRequest(WireHook* hook, ConnectionState* connection)
 {
     const QByteArray message = connection->requestBody;
     connection->requestBody.clear();
+    if (connection->countOperations)
+        countOperations(hook, message);
     if (connection->delayRequest)
         delayForOperations(*hook, message);
     if (connection->faultByNode && faultArmed(*hook) && namesNode(message, *hook->faultNode->get()))
@@ -409,7 +458,8 @@ Verdict inspectInbound(WireHook* hook, ConnectionState* connection, QByteArray* 
                                delaysPerOperation(name) && matches(misbehaviour.delayServices, name);
     connection->faultByNode = faultArmed(*hook) && hook->faultNode && connection->noneChannel && namesNodes(name) &&
                               matches(misbehaviour.faultServices, name);
-    if (connection->delayRequest || connection->faultByNode) {
+    connection->countOperations = !hook->stats.filePath.isEmpty() && connection->noneChannel && delaysPerOperation(name);
+    if (connection->delayRequest || connection->faultByNode || connection->countOperations) {
         connection->requestBody = chunk->mid(symmetricBodyOffset);
         if (chunkType == 'F')
             return completeRequest(hook, connection);
@@ -473,6 +523,26 @@ UA_StatusCode hookedOpen(UA_ConnectionManager* cm, const UA_KeyValueMap* params,
     return hook->originalOpen(cm, params, hook, context, hookedCallback);
 }
 
+// A response (or service fault) whose service result is BadTooManyOperations: the server
+// refused a request for its number of operations. The response header starts the body:
+// timestamp, request handle, service result.
+void countRefusal(WireHook* hook, const UA_ByteString& chunk)
+{
+    constexpr int serviceResultOffset = 12;
+    constexpr int longestTypeId = 7;
+    constexpr int statusCodeSize = 4;
+    const QByteArray start(reinterpret_cast<const char*>(chunk.data),
+                           static_cast<int>(qMin<size_t>(chunk.length, symmetricBodyOffset + longestTypeId +
+                                                                           serviceResultOffset + statusCodeSize)));
+    quint32 id = 0;
+    int typeIdLength = 0;
+    if (!readTypeId(start, &id, &typeIdLength))
+        return;
+    const int offset = symmetricBodyOffset + typeIdLength + serviceResultOffset;
+    if (start.size() >= offset + statusCodeSize && readUInt32(start.constData() + offset) == UA_STATUSCODE_BADTOOMANYOPERATIONS)
+        countEvent(&hook->stats, QStringLiteral("refused"));
+}
+
 bool rewriteOutbound(WireHook* hook, QByteArray* chunk)
 {
     quint32 id = 0;
@@ -499,6 +569,8 @@ UA_StatusCode hookedSend(UA_ConnectionManager* cm, uintptr_t connectionId, const
     ConnectionState& connection = it->second;
     const bool startsMessage = !connection.outboundContinuation;
     connection.outboundContinuation = buf->data[3] == 'C';
+    if (startsMessage && connection.noneChannel)
+        countRefusal(hook, *buf);
     if (!startsMessage || buf->data[3] != 'F' || !connection.noneChannel ||
         readUInt32(reinterpret_cast<const char*>(buf->data) + 4) != buf->length)
         return hook->originalSend(cm, connectionId, params, buf);

@@ -9,6 +9,7 @@
 #include "ua/holders.h"
 
 #include <QByteArray>
+#include <QString>
 
 #include <csignal>
 #include <map>
@@ -25,6 +26,7 @@ struct ConnectionState
     QByteArray requestBody;             // bodies of the chunks of a request that is looked at whole
     bool delayRequest = false;          // ... because its operations delay it
     bool faultByNode = false;           // ... because naming the fault node sets off the fault
+    bool countOperations = false;       // ... because its operations are counted in the statistics
 };
 
 // Sits between the TCP connection manager and the server: it sees every chunk that comes in
@@ -51,6 +53,7 @@ struct WireHook
     qint64 dropMatched = 0;
     qint64 faultMatched = 0;
     std::unique_ptr<Ua::NodeIdHolder> faultNode;  // parsed "fault_node", when set
+    std::map<QString, qint64> supertypeBrowses;   // data type node -> Browse descriptions asking its supertype
     bool faultFired = false;   // the scenario's fault happened
     bool dead = false;         // after a "close" fault: every connection is closed at its first bytes
 };

@@ -301,3 +301,107 @@ TEST(BrowseSources, ChainThatNeverEndsStopsAtThePageBound)
     EXPECT_TRUE(reference.warnings.contains(endlessEnded)) << reference.warnings.mid(0, 20).join('\n').toStdString();
     EXPECT_EQ(endlessItems(reference), int(chainPageLimit));
 }
+
+namespace {
+
+// What one walk asked of the simulator: the requests it refused for their number of operations,
+// and the nodes asked (nodes of every Browse, continuation points of every BrowseNext,
+// ReadValueIds of every Read).
+struct Asked
+{
+    int refused = 0;
+    int operations = 0;
+    int supertypeBrowsesOfOneNode = 0;
+};
+
+Asked askedBy(const SimServer& sim, ClientCore::BrowseFetch fetch, Walk* out)
+{
+    const int refused = settledStat(sim, "refused");
+    const int operations = settledStat(sim, "browse_nodes") + settledStat(sim, "browse_next_points")
+        + settledStat(sim, "read_operations");
+    *out = walk(simPlugin(sim), fetch, 5000);
+    Asked asked;
+    asked.refused = settledStat(sim, "refused") - refused;
+    asked.operations = settledStat(sim, "browse_nodes") + settledStat(sim, "browse_next_points")
+        + settledStat(sim, "read_operations") - operations;
+    asked.supertypeBrowsesOfOneNode = settledStat(sim, "supertype_browses_per_node_max");
+    return asked;
+}
+
+QJsonObject limitedScenario(const QJsonObject& limits)
+{
+    QJsonObject scenario = withSpace(presetScenario({"many", "types", "unsupported", "access", "derived"}),
+                                     {{"many_children", 1000}, {"derived_children", 10}});
+    scenario.insert("limits", limits);
+    return scenario;
+}
+
+// The walks side by side on the server, then each alone: the batched walk is refused fewer
+// than `refusals` times and asks at most a tenth more than the reference.
+void expectLearnedLimits(const QJsonObject& limits, int refusals)
+{
+    SimServer sim;
+    START_SIM_OR_SKIP(sim, limitedScenario(limits));
+    expectSameWalk(simPlugin(sim));
+    Walk reference;
+    Walk batched;
+    const Asked byReference = askedBy(sim, ClientCore::BrowseFetch::OneByOne, &reference);
+    const Asked byBatches = askedBy(sim, ClientCore::BrowseFetch::Batched, &batched);
+    ASSERT_TRUE(reference.result);
+    ASSERT_TRUE(batched.result);
+    EXPECT_EQ(batched.items.size(), reference.items.size());
+    EXPECT_EQ(byReference.refused, 0);
+    EXPECT_LT(byBatches.refused, refusals);
+    EXPECT_LE(byBatches.operations * 10, byReference.operations * 11)
+        << byBatches.operations << " operations against " << byReference.operations;
+}
+
+} // namespace
+
+TEST(BrowseSources, HiddenLimitsOfFiveBrowseAndSevenReadValueIdsAreLearnedOnce)
+{
+    expectLearnedLimits(QJsonObject{{"max_nodes_per_browse", 5}, {"max_nodes_per_read", 7}, {"publish_limits", false}},
+                        10);
+}
+
+TEST(BrowseSources, PublishedReadLimitCountsEveryReadValueId)
+{
+    // A thousand nodes a Browse and a hundred ReadValueIds a Read (33 variables), as published.
+    expectLearnedLimits(QJsonObject{{"max_nodes_per_browse", 1000}, {"max_nodes_per_read", 100}}, 1);
+}
+
+TEST(BrowseSources, ServerPublishingMoreThanItEnforces)
+{
+    expectLearnedLimits(QJsonObject{{"max_nodes_per_browse", 5},
+                                    {"max_nodes_per_read", 7},
+                                    {"published_max_nodes_per_browse", 1000},
+                                    {"published_max_nodes_per_read", 100}},
+                        10);
+}
+
+TEST(BrowseSources, ManyVariablesOfDerivedAndUnsupportedTypesBrowseEachTypeNodeOnce)
+{
+    // Thirty variables each of UtcTime, Duration, an enumeration, a structure and Range: every
+    // variable of an unsupported type gets its warning, resolved or remembered.
+    const int each = 30;
+    QJsonObject scenario = withSpace(presetScenario({"derived", "types", "unsupported"}), {{"derived_children", each}});
+    for (const auto fetch : {ClientCore::BrowseFetch::OneByOne, ClientCore::BrowseFetch::Batched}) {
+        SimServer sim;
+        START_SIM_OR_SKIP(sim, scenario);
+        Walk out;
+        const Asked asked = askedBy(sim, fetch, &out);
+        ASSERT_TRUE(out.result);
+        EXPECT_EQ(asked.supertypeBrowsesOfOneNode, 1);
+        EXPECT_EQ(out.warnings.filter(" because OPC UA data type i=852 is not supported by the connector").size(),
+                  each + 1);
+        EXPECT_EQ(out.warnings.filter(" because OPC UA data type i=884 is not supported by the connector").size(),
+                  each + 1);
+        int utcTimes = 0;
+        for (const ClientCore::BrowseItem& item : out.items)
+            utcTimes += item.nodeId.startsWith("ns=1;s=Derived.UtcTime") && item.dataType == "DateTime" ? 1 : 0;
+        EXPECT_EQ(utcTimes, each);
+    }
+    SimServer sim;
+    START_SIM_OR_SKIP(sim, scenario);
+    expectSameWalk(simPlugin(sim));
+}

@@ -1,6 +1,6 @@
 // Where a continuation chain ends although the server offers more, and what the chain then says.
 
-#include "client_core/node_data_source.h"
+#include "client_core/node_requests.h"
 
 #include <gtest/gtest.h>
 
