@@ -1,11 +1,12 @@
 #include "ua/discovery_queries.h"
 
+#include "common/opc_tcp_scheme.h"
+#include "common/security_settings.h"
 #include "discovery/endpoint_selection.h"
 #include "discovery/labels.h"
 #include "discovery/peer_bounds.h"
 #include "discovery/worker_threads.h"
 #include "ua/holders.h"
-#include "ua/security_policy.h"
 #include "ua/text.h"
 
 #include <open62541/client_config_default.h>
@@ -72,11 +73,6 @@ void noteStatus(ServerChannel* channel, UA_StatusCode status)
         channel->unresponsive = true;
 }
 
-bool isOpcTcpUrl(const QString& url)
-{
-    return !url.isEmpty() && url.startsWith(QLatin1String("opc.tcp://"), Qt::CaseInsensitive);
-}
-
 QList<DiscoveredServer> findServers(ServerChannel* channel, const QueryBudget& budget)
 {
     QList<DiscoveredServer> servers;
@@ -98,7 +94,7 @@ QList<DiscoveredServer> findServers(ServerChannel* channel, const QueryBudget& b
         for (size_t i = 0; i < app.discoveryUrlsSize; ++i) {
             DiscoveredServer server = identity;
             server.discoveryUrl = Ua::toQString(app.discoveryUrls[i]);
-            if (isOpcTcpUrl(server.discoveryUrl))
+            if (hasOpcTcpScheme(server.discoveryUrl))
                 servers.append(server);
         }
     }
@@ -123,7 +119,7 @@ QList<DiscoveredServer> findServersOnNetwork(ServerChannel* channel, const Query
         server.applicationName = Ua::toQString(record.serverName);
         for (size_t i = 0; i < record.serverCapabilitiesSize; ++i)
             server.capabilities.append(Ua::toQString(record.serverCapabilities[i]));
-        if (isOpcTcpUrl(server.discoveryUrl))
+        if (hasOpcTcpScheme(server.discoveryUrl))
             servers.append(server);
     }
     return servers;
@@ -261,7 +257,7 @@ Ua::Client newDiscoveryClient()
     // A pinned None endpoint and an application URI filter that no server matches leave one
     // channel, opened with the URL that was asked for.
     config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
-    config->endpoint.securityPolicyUri = UA_STRING_ALLOC(Ua::securityPolicyNoneUri);
+    config->endpoint.securityPolicyUri = UA_STRING_ALLOC(kSecurityPolicyNoneUri);
     config->applicationUri = UA_STRING_ALLOC(noServerApplicationUri);
     return client;
 }
