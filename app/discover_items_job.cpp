@@ -10,6 +10,7 @@
 #include "client_core/opc_ua_client_core.h"
 #include "common/atomic_file.h"
 #include "common/request_timeout.h"
+#include "common/security_settings.h"
 #include "discovery/labels.h"
 #include "framework/device_instance_plugin.h"
 
@@ -64,9 +65,9 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     if (!core.isConnected()) {
         const QString detail =
             plugin.statusText.isEmpty() ? QStringLiteral("Could not connect to OPC UA server") : plugin.statusText;
-        const QString message = OpcUaDiscovery::describeConnectFailure(
-            detail, config.fields.value(QStringLiteral("security_mode")).toInt(nullptr, 10),
-            config.fields.value(QStringLiteral("security_policies")), QStringList());
+        const DeviceSecurity security = deviceSecurity(config.fields);
+        const QString message =
+            OpcUaDiscovery::describeConnectFailure(detail, security.mode, security.policyUri, QStringList());
         silencer.restore();
         return failWith(ExitConnectFailed, message);
     }

@@ -9,10 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QList>
 #include <QUuid>
-
-#include <open62541/client_highlevel.h>
 
 #include <algorithm>
 #include <cstring>
@@ -27,20 +24,8 @@ UA_DateTime ticksFromUnixMs(qint64 ms)
     return qBound(-limit, ms, limit) * UA_DATETIME_MSEC + UA_DATETIME_UNIX_EPOCH;
 }
 
-// The history read's handle: copies of the received data values, cleared when the read ends.
-struct HistoryValues
-{
-    QList<UA_DataValue> values;
-
-    HistoryValues() = default;
-    HistoryValues(const HistoryValues&) = delete;
-    HistoryValues& operator=(const HistoryValues&) = delete;
-    ~HistoryValues()
-    {
-        for (UA_DataValue& v : values)
-            UA_DataValue_clear(&v);
-    }
-};
+// Values asked for per history request; the stack asks again for the rest.
+constexpr UA_UInt32 kHistoryValuesPerRequest = 10;
 
 qint64 sortKey(const UA_DataValue& v)
 {
@@ -49,12 +34,10 @@ qint64 sortKey(const UA_DataValue& v)
 
 QString historyTimeText(const UA_DataValue& v)
 {
+    // Deliberately the current time in Qt's default text form for a value without a timestamp.
     if (!v.hasSourceTimestamp)
         return QDateTime::currentDateTimeUtc().toString();
-    const qint64 ms = (qMax<qint64>(v.sourceTimestamp, std::numeric_limits<qint64>::min() + UA_DATETIME_UNIX_EPOCH)
-                       - UA_DATETIME_UNIX_EPOCH)
-        / UA_DATETIME_MSEC;
-    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    return Ua::utcDateTimeText(v.sourceTimestamp);
 }
 
 } // namespace
@@ -90,31 +73,11 @@ UA_NodeId getNodeId(ClientCore::Node* node)
     return id;
 }
 
-UA_Boolean readHist(UA_Client* client, const UA_NodeId* nodeId, UA_Boolean moreDataAvailable,
-                    const UA_ExtensionObject* data, void* handle)
-{
-    Q_UNUSED(client);
-    Q_UNUSED(nodeId);
-    Q_UNUSED(moreDataAvailable);
-    if (!data || !handle || data->encoding < UA_EXTENSIONOBJECT_DECODED
-        || data->content.decoded.type != &UA_TYPES[UA_TYPES_HISTORYDATA])
-        return true;
-
-    auto* values = static_cast<QList<UA_DataValue>*>(handle);
-    const auto* history = static_cast<const UA_HistoryData*>(data->content.decoded.data);
-    for (size_t i = 0; i < history->dataValuesSize; ++i) {
-        Ua::DataValueHolder copy;
-        if (UA_DataValue_copy(&history->dataValues[i], copy.get()) == UA_STATUSCODE_GOOD)
-            values->append(copy.release());
-    }
-    return true;
-}
-
 bool ClientCore::readNode(ClientCore::Node* node)
 {
     Ua::NodeIdHolder nodeId(getNodeId(node));
     Ua::VariantHolder value;
-    HistoryValues history;
+    Ua::DataValueList history;
     UA_StatusCode status = UA_STATUSCODE_BADINTERNALERROR;
 
     if (client && node->readMode != 1) {
@@ -127,11 +90,10 @@ bool ClientCore::readNode(ClientCore::Node* node)
         UA_DateTime end = ticksFromUnixMs(endMs);
         if (start > end)
             end = ticksFromUnixMs(nowMs);
-        // The stack's raw history read, its continuation handled by the stack.
-        status = UA_Client_HistoryRead_raw(client.get(), nodeId.get(), readHist, start, end, UA_STRING_NULL, false, 10,
-                                           UA_TIMESTAMPSTORETURN_BOTH, &history.values);
-        std::stable_sort(history.values.begin(), history.values.end(),
-                         [](const UA_DataValue& a, const UA_DataValue& b) { return sortKey(a) > sortKey(b); });
+        status = Ua::historyReadRaw(client.get(), *nodeId, start, end, kHistoryValuesPerRequest, &history);
+        std::stable_sort(history.begin(), history.end(), [](const Ua::DataValueHolder& a, const Ua::DataValueHolder& b) {
+            return sortKey(*a) > sortKey(*b);
+        });
     }
 
     if (status == UA_STATUSCODE_BADINTERNALERROR || status == UA_STATUSCODE_BADSECURECHANNELIDINVALID
@@ -150,16 +112,16 @@ bool ClientCore::readNode(ClientCore::Node* node)
         return false;
     }
 
-    if (history.values.isEmpty()) {
+    if (history.empty()) {
         node->timestamp = QDateTime::currentDateTimeUtc();
         return convertValueToNode(node, value.get());
     }
 
     QJsonArray entries;
-    for (UA_DataValue& dataValue : history.values) {
+    for (Ua::DataValueHolder& dataValue : history) {
         QJsonObject entry;
-        entry.insert(QStringLiteral("time"), historyTimeText(dataValue));
-        if (!convertValueToNode(node, &dataValue.value))
+        entry.insert(QStringLiteral("time"), historyTimeText(*dataValue));
+        if (!convertValueToNode(node, &dataValue->value))
             continue;
         entry.insert(QStringLiteral("value"), node->value);
         entries.append(entry);

@@ -39,7 +39,7 @@ bool ClientCore::writeNode(ClientCore::Node* node)
     }
 
     node->dataTypeKind = resolved.typeIndex;
-    Ua::VariantHolder variant(convertToVariant(node, node->value));
+    Ua::VariantHolder variant = convertToVariant(node, node->value);
     if (!node->error.isEmpty())
         return false;
     if (!variant->type) {

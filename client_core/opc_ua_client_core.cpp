@@ -1,6 +1,7 @@
 #include "client_core/opc_ua_client_core.h"
 
-#include "ua/security_policy.h"
+#include "common/opc_tcp_scheme.h"
+#include "common/security_settings.h"
 #include "ua/text.h"
 
 #include <QDebug>
@@ -111,11 +112,10 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     if (!client)
         return false;
 
-    const int mode = plugin.settings[QStringLiteral("security_mode")].toInt(nullptr, 10);
-    const QString policy = plugin.settings[QStringLiteral("security_policies")];
+    const DeviceSecurity security = deviceSecurity(plugin.settings);
     // A user name travels encrypted, so it needs the certificate even on an unsecured channel.
-    const bool needsCertificate = !(mode == UA_MESSAGESECURITYMODE_NONE
-                                    && policy == QLatin1String(Ua::securityPolicyNoneUri)
+    const bool needsCertificate = !(securityModeFromNumber(security.mode) == SecurityMode::None
+                                    && security.policyUri == QLatin1String(kSecurityPolicyNoneUri)
                                     && plugin.settings[QStringLiteral("username")].isEmpty());
 
     // The logger was set when the client was made; the defaults below keep it.
@@ -163,8 +163,9 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     replaceString(&config->clientDescription.productUri, applicationUri);
     UA_LocalizedText_clear(&config->clientDescription.applicationName);
     config->clientDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("en", "OVRIN Connect client");
-    config->securityMode = static_cast<UA_MessageSecurityMode>(mode);
-    replaceString(&config->securityPolicyUri, policy);
+    // The number as the device has it, also one that names no mode.
+    config->securityMode = static_cast<UA_MessageSecurityMode>(security.mode);
+    replaceString(&config->securityPolicyUri, security.policyUri);
     if (timeoutMs > 0)
         config->timeout = static_cast<UA_UInt32>(qBound(1000, timeoutMs, 300000));
     return true;
@@ -189,10 +190,7 @@ bool ClientCore::connectOpcServer(DeviceInstancePlugin* plugin)
     connecting = true;
 
     plugin->address.remove(QLatin1Char(' '));
-    QString url = plugin->address;
-    if (!url.startsWith(QLatin1String("opc.tcp://")))
-        url.prepend(QLatin1String("opc.tcp://"));
-    const QByteArray urlUtf8 = url.toUtf8();
+    const QByteArray urlUtf8 = withOpcTcpScheme(plugin->address).toUtf8();
 
     // The stack may take over the endpoint URL the server advertises (FindServers, GetEndpoints),
     // but it opens every TCP connection to the host of the URL given here: a server that

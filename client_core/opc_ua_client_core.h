@@ -3,6 +3,7 @@
 #include "framework/device_instance_plugin.h"
 #include "framework/plugin_interface.h"
 #include "ua/client.h"
+#include "ua/holders.h"
 
 #include <QByteArray>
 #include <QDateTime>
@@ -84,7 +85,8 @@ public:
     bool convertValueToNode(Node* node, UA_Variant* value);
     bool writeNode(Node* node);
     static bool convertValue(Node* node, UA_Variant* value);
-    static UA_Variant convertToVariant(Node* node, QString text);
+    // The node's text as a value of its type; an empty holder when the text cannot be converted.
+    static Ua::VariantHolder convertToVariant(Node* node, QString text);
 
     static PluginInterface pluginInterface;
     static QMutex pluginInterfaceMutex;

@@ -21,16 +21,12 @@ UA_StatusCode setScalar(ClientCore::Node* node, const Ua::SupportedType& support
                         UA_Variant* out)
 {
     const UA_DataType* type = &UA_TYPES[supported.typeIndex];
+    // The variant owns the element from the start, so a failing text leaves nothing behind.
     void* element = UA_new(type);
     if (!element)
         return UA_STATUSCODE_BADOUTOFMEMORY;
-    const UA_StatusCode status = supported.fromText(text, element, &node->error);
-    if (status != UA_STATUSCODE_GOOD) {
-        UA_delete(element, type);
-        return status;
-    }
     UA_Variant_setScalar(out, element, type);
-    return UA_STATUSCODE_GOOD;
+    return supported.fromText(text, element, &node->error);
 }
 
 // An array of the type from JSON values; the first bad element stops the conversion.
@@ -98,7 +94,7 @@ bool ClientCore::convertValue(ClientCore::Node* node, UA_Variant* value)
     return true;
 }
 
-UA_Variant ClientCore::convertToVariant(ClientCore::Node* node, QString text)
+Ua::VariantHolder ClientCore::convertToVariant(ClientCore::Node* node, QString text)
 {
     const qint32 kind = node->dataTypeKind;
     const Ua::SupportedType* supported = kind >= 0 ? Ua::supportedTypeOfKind(quint32(kind)) : nullptr;
@@ -129,7 +125,7 @@ UA_Variant ClientCore::convertToVariant(ClientCore::Node* node, QString text)
         qWarning().noquote() << QStringLiteral("[") + QLatin1String(logTag)
                 + QStringLiteral("] Failed to set scalar value during write. Error code: ") + QString::number(status)
                 + QStringLiteral(" Data type: ") + QString::number(kind);
-        return Ua::VariantHolder().release();
+        return Ua::VariantHolder();
     }
-    return result.release();
+    return result;
 }

@@ -1,5 +1,7 @@
 #include "discovery/candidate.h"
 
+#include "common/opc_tcp_scheme.h"
+
 #include <QRegularExpression>
 
 #include <arpa/inet.h>
@@ -7,8 +9,6 @@
 namespace OpcUaDiscovery {
 
 namespace {
-
-const QString kOpcTcpScheme = QStringLiteral("opc.tcp://");
 
 // Only a dotted quad: QHostAddress would also take short forms such as "1234" or "10.5".
 bool isIpv4Literal(const QString& host)
@@ -26,7 +26,7 @@ QString urlOrEndpointFor(const QString& url, const Candidate& candidate)
 
 QString endpointFor(const QString& host, unsigned short port)
 {
-    return QStringLiteral("opc.tcp://%1:%2").arg(host, QString::number(port));
+    return QLatin1String(kOpcTcpScheme) + host + QLatin1Char(':') + QString::number(port);
 }
 
 QString candidateEndpoint(const Candidate& candidate)
@@ -43,9 +43,9 @@ OpcTcpUrl parseOpcTcpUrl(const QString& url)
 {
     OpcTcpUrl result;
     const QString s = url.trimmed();
-    if (!s.startsWith(kOpcTcpScheme, Qt::CaseInsensitive))
+    if (!hasOpcTcpScheme(s))
         return result;
-    const QString rest = s.mid(kOpcTcpScheme.size());
+    const QString rest = withoutOpcTcpScheme(s);
     if (rest.startsWith(QLatin1Char('[')))
         return result;
 
@@ -102,14 +102,14 @@ QString rewriteEndpointHost(const QString& url, const QString& host, unsigned sh
     if (host.isEmpty() || port == 0)
         return url;
     QString s = url.trimmed();
-    if (s.startsWith(kOpcTcpScheme, Qt::CaseInsensitive))
-        s = s.mid(kOpcTcpScheme.size());
+    if (hasOpcTcpScheme(s))
+        s = withoutOpcTcpScheme(s);
     else if (s.isEmpty())
         return endpointFor(host, port);
 
     const int slash = s.indexOf(QLatin1Char('/'));
     const QString path = slash < 0 ? QString() : s.mid(slash);
-    return kOpcTcpScheme + host + QLatin1Char(':') + QString::number(port) + path;
+    return endpointFor(host, port) + path;
 }
 
 QString uidFor(const QString& host, unsigned short port, const QString& path)

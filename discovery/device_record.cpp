@@ -1,7 +1,7 @@
 #include "discovery/device_record.h"
 
+#include "common/security_settings.h"
 #include "discovery/labels.h"
-#include "ua/security_policy.h"
 
 #include <QSet>
 
@@ -9,12 +9,7 @@ namespace OpcUaDiscovery {
 
 namespace {
 
-int importedSecurityMode(qint32 securityMode)
-{
-    return securityMode >= 1 && securityMode <= 3 ? securityMode : 1;
-}
-
-QString describeCandidate(const Candidate& c, const QString& address, const QString& name, int mode,
+QString describeCandidate(const Candidate& c, const QString& address, const QString& name, SecurityMode mode,
                           const QString& policy)
 {
     QString text = QStringLiteral("OPC UA server at %1").arg(address);
@@ -31,7 +26,7 @@ QString describeCandidate(const Candidate& c, const QString& address, const QStr
         text += QStringLiteral(". %1").arg(c.applicationType);
     if (!c.capabilities.isEmpty())
         text += QStringLiteral(". Capabilities %1").arg(c.capabilities.join(QLatin1String(", ")));
-    text += QStringLiteral(". Imported as %1 / %2").arg(securityModeLabel(mode), securityPolicyLabel(policy));
+    text += QStringLiteral(". Imported as %1 / %2").arg(securityModeText(mode), securityPolicyLabel(policy));
     if (c.anonymousOffered)
         text += QStringLiteral("; anonymous");
     else if (c.endpointSelected && c.usernameOffered)
@@ -51,8 +46,9 @@ QJsonObject candidateToJson(const Candidate& candidate)
 {
     const QString address = candidateEndpoint(candidate);
     const OpcTcpUrl parsed = parseOpcTcpUrl(address);
-    const int mode = importedSecurityMode(candidate.securityMode);
-    const QString policy = candidate.securityPolicyUri.isEmpty() ? QString::fromLatin1(Ua::securityPolicyNoneUri)
+    // A mode or policy the server did not name is imported as None.
+    const SecurityMode mode = securityModeOrNone(candidate.securityMode);
+    const QString policy = candidate.securityPolicyUri.isEmpty() ? QString::fromLatin1(kSecurityPolicyNoneUri)
                                                                 : candidate.securityPolicyUri;
     const QString name = candidateDisplayName(candidate);
     // Built from the scanned address, so the same device keeps its identifier on every scan.
@@ -61,7 +57,7 @@ QJsonObject candidateToJson(const Candidate& candidate)
     QJsonObject settings;
     settings.insert(QStringLiteral("username"), QString());
     settings.insert(QStringLiteral("password"), QString());
-    settings.insert(QStringLiteral("security_mode"), QString::number(mode));
+    settings.insert(QStringLiteral("security_mode"), QString::number(securityModeNumber(mode)));
     settings.insert(QStringLiteral("security_policies"), policy);
     settings.insert(QStringLiteral("certificate"), QStringLiteral("0"));
     settings.insert(QStringLiteral("key"), QStringLiteral("0"));

@@ -1,5 +1,6 @@
 #include "discovery/endpoint_selection.h"
 
+#include "common/security_settings.h"
 #include "discovery/labels.h"
 #include "discovery/peer_bounds.h"
 
@@ -28,18 +29,21 @@ const PolicyBonus kSupportedPolicies[] = {
 
 constexpr int kSecurityLevelCap = 10;
 
+// -1 for a number that names no mode.
 int modeBase(int securityMode)
 {
-    switch (securityMode) {
-    case 1:
-        return 300;
-    case 2:
-        return 200;
-    case 3:
-        return 100;
-    default:
+    const std::optional<SecurityMode> mode = securityModeFromNumber(securityMode);
+    if (!mode)
         return -1;
+    switch (*mode) {
+    case SecurityMode::None:
+        return 300;
+    case SecurityMode::Sign:
+        return 200;
+    case SecurityMode::SignAndEncrypt:
+        return 100;
     }
+    return -1;
 }
 
 const PolicyBonus* supportedPolicy(const QString& policyUri)

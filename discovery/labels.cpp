@@ -1,5 +1,7 @@
 #include "discovery/labels.h"
 
+#include "common/security_settings.h"
+
 #include <initializer_list>
 
 namespace OpcUaDiscovery {
@@ -52,14 +54,7 @@ QString applicationTypeLabel(int applicationType)
 
 QString securityModeLabel(int securityMode)
 {
-    switch (securityMode) {
-    case 2:
-        return QStringLiteral("Sign");
-    case 3:
-        return QStringLiteral("Sign & Encrypt");
-    default:
-        return QStringLiteral("None");
-    }
+    return securityModeText(securityModeOrNone(securityMode));
 }
 
 QString securityPolicyLabel(const QString& policyUri)

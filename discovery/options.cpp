@@ -1,5 +1,6 @@
 #include "discovery/options.h"
 
+#include "common/opc_tcp_scheme.h"
 #include "common/request_timeout.h"
 #include "discovery/candidate.h"
 
@@ -78,7 +79,7 @@ void appendAddressIdentities(const QString& address, QStringList* uids)
     if (!address.contains(QLatin1Char(':')))
         return;
     QString s = address;
-    s.remove(QStringLiteral("opc.tcp://"), Qt::CaseSensitive);
+    s.remove(QLatin1String(kOpcTcpScheme), Qt::CaseSensitive);
     const int slash = s.indexOf(QLatin1Char('/'));
     if (slash >= 0)
         s.truncate(slash);

@@ -104,7 +104,7 @@ QList<Candidate> discoverDevices(const Options& options, Transport& transport, Q
 
     QStringList hosts = options.extraHosts;
     if (hosts.isEmpty())
-        hosts = localScanHosts(options.networkInterface) + ipv4HostsOnInterface(options.networkInterface, warnings);
+        hosts = scanHosts(options.networkInterface, warnings);
     hosts = cleanedHosts(hosts);
     if (hosts.isEmpty())
         return {};

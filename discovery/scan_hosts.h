@@ -11,4 +11,7 @@ QStringList localScanHosts(const QString& interfaceName);
 // The other host addresses of the matching interfaces' IPv4 subnets, at most 256.
 QStringList ipv4HostsOnInterface(const QString& interfaceName, QStringList* warnings);
 
+// What the scan probes: localScanHosts, then ipv4HostsOnInterface, from one look at the interfaces.
+QStringList scanHosts(const QString& interfaceName, QStringList* warnings);
+
 } // namespace OpcUaDiscovery

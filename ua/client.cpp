@@ -1,5 +1,7 @@
 #include "ua/client.h"
 
+#include "common/security_settings.h"
+
 #include <open62541/client_config_default.h>
 
 #include <cstring>
@@ -11,6 +13,9 @@ namespace {
 // Chunks of the smallest size a peer may choose.
 constexpr UA_UInt32 smallestChunk = 8192;
 constexpr UA_UInt32 mebibyte = 1024 * 1024;
+
+constexpr UA_UInt32 discoveryRequestTimeoutMs = 2500;
+constexpr const char* noServerApplicationUri = "urn:discover:discovery-query:matches-no-server";
 
 } // namespace
 
@@ -38,6 +43,25 @@ Client newClient(UA_Logger* logger)
     if (!client)
         UA_ClientConfig_clear(&config);
     return Client(client);
+}
+
+Client newDiscoveryClient()
+{
+    Client client = newClient(silentLogger());
+    if (!client)
+        return client;
+    UA_ClientConfig* config = UA_Client_getConfig(client.get());
+    config->timeout = discoveryRequestTimeoutMs;
+    applyConnectionLimits(config, discoveryClientLimits);
+    // When open62541 1.4 opens a channel it runs a FindServers and a GetEndpoints handshake of
+    // its own: it reopens the channel presenting another URL taken from the FindServers answer,
+    // and it gives up on a server none of whose endpoints uses a policy it has (only None here).
+    // A pinned None endpoint and an application URI filter that no server matches leave one
+    // channel, opened with the URL that was asked for.
+    config->endpoint.securityMode = UA_MESSAGESECURITYMODE_NONE;
+    config->endpoint.securityPolicyUri = UA_STRING_ALLOC(kSecurityPolicyNoneUri);
+    config->applicationUri = UA_STRING_ALLOC(noServerApplicationUri);
+    return client;
 }
 
 void ChannelClientDeleter::operator()(UA_Client* client) const noexcept

@@ -61,6 +61,11 @@ extern const ConnectionLimits discoveryClientLimits;
 // Sets the limits on a configuration; call it after the stack's defaults, which reset them.
 void applyConnectionLimits(UA_ClientConfig* config, const ConnectionLimits& limits);
 
+// A client for the discovery services (FindServers, FindServersOnNetwork, GetEndpoints): the
+// default configuration, a 2500 ms request time-out, the discovery clients' limits and a logger
+// that prints nothing. Null when the stack cannot build the configuration.
+Client newDiscoveryClient();
+
 // While it lives, the client does not reopen a lost secure channel or session behind its user's
 // back. The stack's own reconnection is switched off, and because open62541 reopens both before a
 // synchronous request whatever its configuration says, the typed service calls of ua/services.h

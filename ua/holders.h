@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <utility>
+#include <vector>
 
 namespace Ua {
 
@@ -48,6 +49,9 @@ public:
     const T* operator->() const { return &value_; }
     T& operator*() { return value_; }
     const T& operator*() const { return value_; }
+
+    // Clears what it holds, leaving it as a new holder is.
+    void reset() { UA_clear(&value_, type()); }
 
     // Hands the members over to the caller, who becomes their owner.
     T release()
@@ -134,5 +138,8 @@ using ReadRequestHolder = Value<UA_ReadRequest, UA_TYPES_READREQUEST>;
 using ReadResponseHolder = Value<UA_ReadResponse, UA_TYPES_READRESPONSE>;
 using WriteRequestHolder = Value<UA_WriteRequest, UA_TYPES_WRITEREQUEST>;
 using WriteResponseHolder = Value<UA_WriteResponse, UA_TYPES_WRITERESPONSE>;
+
+// Data values that arrive one answer at a time (a history read), each with its own owner.
+using DataValueList = std::vector<DataValueHolder>;
 
 } // namespace Ua

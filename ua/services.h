@@ -52,8 +52,10 @@ inline WriteResponseHolder write(UA_Client* client, const UA_WriteRequest& reque
 }
 
 // Single attribute reads, each one Read of one attribute as the stack's attribute read sends it.
+// What the holder held before is cleared first.
 inline UA_StatusCode readValue(UA_Client* client, const UA_NodeId& nodeId, VariantHolder* value)
 {
+    value->reset();
     if (const UA_StatusCode refused = refusedReconnect(client))
         return refused;
     return UA_Client_readValueAttribute(client, nodeId, value->get());
@@ -61,9 +63,16 @@ inline UA_StatusCode readValue(UA_Client* client, const UA_NodeId& nodeId, Varia
 
 inline UA_StatusCode readDataType(UA_Client* client, const UA_NodeId& nodeId, NodeIdHolder* dataType)
 {
+    dataType->reset();
     if (const UA_StatusCode refused = refusedReconnect(client))
         return refused;
     return UA_Client_readDataTypeAttribute(client, nodeId, dataType->get());
 }
+
+// The raw history of a node from start to end, source and server timestamps, no bounds: every
+// value the server gives, in its order. The stack follows the continuation points, asking for at
+// most valuesPerRequest values per request. The list is emptied first.
+UA_StatusCode historyReadRaw(UA_Client* client, const UA_NodeId& nodeId, UA_DateTime start, UA_DateTime end,
+                             UA_UInt32 valuesPerRequest, DataValueList* values);
 
 } // namespace Ua

@@ -3,17 +3,11 @@
 #include "ua/text.h"
 
 #include <QByteArray>
-#include <QDateTime>
 #include <QDebug>
-
-#include <limits>
 
 namespace Ua {
 
 namespace {
-
-// Local time with milliseconds, in both directions.
-const char* const dateTimeFormat = "yyyy-MM-dd hh:mm:ss.zzz";
 
 template <typename T>
 const T& as(const void* element)
@@ -35,14 +29,6 @@ QString cStringText(const UA_String& s)
     if (s.data)
         prefix.length = qstrnlen(reinterpret_cast<const char*>(s.data), static_cast<uint>(s.length));
     return toQString(prefix);
-}
-
-QString dateTimeText(UA_DateTime ticks)
-{
-    // A server's tick count near the lower end of the range must not overflow the subtraction.
-    ticks = qMax<qint64>(ticks, std::numeric_limits<qint64>::min() + UA_DATETIME_UNIX_EPOCH);
-    const qint64 ms = ((ticks - UA_DATETIME_UNIX_EPOCH) / UA_DATETIME_SEC) * 1000 + UA_DateTime_toStruct(ticks).milliSec;
-    return QDateTime::fromMSecsSinceEpoch(ms).toString(QLatin1String(dateTimeFormat));
 }
 
 QString byteStringText(const UA_ByteString& b)
@@ -91,14 +77,14 @@ UA_StatusCode storeBytes(void* element, const QByteArray& bytes)
 // Milliseconds are deliberately dropped on the way in.
 UA_StatusCode storeDateTime(void* element, const QString& text, QString* error)
 {
-    const QDateTime dt = QDateTime::fromString(text, QLatin1String(dateTimeFormat));
-    if (!dt.isValid()) {
+    UA_DateTime ticks = 0;
+    if (!dateTimeFromLocalText(text, &ticks)) {
         qWarning().noquote() << QStringLiteral("Invalid date time format. Value: ") + text
-                + QStringLiteral(" Format should be: ") + QLatin1String(dateTimeFormat);
-        *error = QStringLiteral("Invalid date time format. Expected format: ") + QLatin1String(dateTimeFormat);
+                + QStringLiteral(" Format should be: ") + QLatin1String(dateTimeTextFormat);
+        *error = QStringLiteral("Invalid date time format. Expected format: ") + QLatin1String(dateTimeTextFormat);
         return UA_STATUSCODE_BADNOTIMPLEMENTED;
     }
-    return store<UA_DateTime>(element, (dt.toMSecsSinceEpoch() / 1000) * UA_DATETIME_SEC + UA_DATETIME_UNIX_EPOCH);
+    return store<UA_DateTime>(element, ticks);
 }
 
 // Scalar texts go through Qt's 32-bit parses (as the gateway's do), so a 64-bit value beyond
@@ -154,7 +140,7 @@ const std::array<SupportedType, 16> table = {{
      [](const QString& t, void* e, QString*) { return storeBytes(e, t.toUtf8()); },
      [](const QVariant& v, void* e, QString*) { return storeBytes(e, v.toString().toUtf8()); }},
     {13, "DateTime", UA_TYPES_DATETIME, true, true,
-     [](const void* e, int) { return dateTimeText(as<UA_DateTime>(e)); },
+     [](const void* e, int) { return localDateTimeText(as<UA_DateTime>(e)); },
      [](const QString& t, void* e, QString* error) { return storeDateTime(e, t, error); },
      [](const QVariant& v, void* e, QString* error) { return storeDateTime(e, v.toString(), error); }},
     // Guid and LocalizedText can be read, but the connector has no text form to write them from.

@@ -1,8 +1,22 @@
 #include "ua/text.h"
 
+#include <QDateTime>
+
 #include <cstring>
+#include <limits>
 
 namespace Ua {
+
+namespace {
+
+// A server's tick count near the lower end of the range must not overflow the subtraction of
+// the epoch.
+UA_DateTime withinRange(UA_DateTime ticks)
+{
+    return qMax<qint64>(ticks, std::numeric_limits<qint64>::min() + UA_DATETIME_UNIX_EPOCH);
+}
+
+} // namespace
 
 QString toQString(const UA_String& text)
 {
@@ -57,6 +71,28 @@ NodeIdHolder nodeIdFromQString(const QString& text, bool* ok)
 QString statusCodeName(UA_StatusCode status)
 {
     return QString::fromUtf8(UA_StatusCode_name(status));
+}
+
+QString localDateTimeText(UA_DateTime ticks)
+{
+    ticks = withinRange(ticks);
+    const qint64 ms = ((ticks - UA_DATETIME_UNIX_EPOCH) / UA_DATETIME_SEC) * 1000 + UA_DateTime_toStruct(ticks).milliSec;
+    return QDateTime::fromMSecsSinceEpoch(ms).toString(QLatin1String(dateTimeTextFormat));
+}
+
+QString utcDateTimeText(UA_DateTime ticks)
+{
+    const qint64 ms = (withinRange(ticks) - UA_DATETIME_UNIX_EPOCH) / UA_DATETIME_MSEC;
+    return QDateTime::fromMSecsSinceEpoch(ms, Qt::UTC).toString(QLatin1String(dateTimeTextFormat));
+}
+
+bool dateTimeFromLocalText(const QString& text, UA_DateTime* ticks)
+{
+    const QDateTime dt = QDateTime::fromString(text, QLatin1String(dateTimeTextFormat));
+    if (!dt.isValid())
+        return false;
+    *ticks = (dt.toMSecsSinceEpoch() / 1000) * UA_DATETIME_SEC + UA_DATETIME_UNIX_EPOCH;
+    return true;
 }
 
 } // namespace Ua

@@ -7,7 +7,8 @@
 
 #include <open62541/types.h>
 
-// The one place where OPC UA strings, node identifiers and status codes become text and back.
+// The one place where OPC UA strings, node identifiers, status codes and date-times become text
+// and back.
 namespace Ua {
 
 // The text of an OPC UA string, taken as UTF-8; a null or empty string gives an empty text.
@@ -31,5 +32,18 @@ NodeIdHolder nodeIdFromQString(const QString& text, bool* ok = nullptr);
 
 // The stack's name of a status code, such as "BadTimeout".
 QString statusCodeName(UA_StatusCode status);
+
+// Date-times as text, to the millisecond, in both directions.
+constexpr char dateTimeTextFormat[] = "yyyy-MM-dd hh:mm:ss.zzz";
+
+// A value's date-time as local time: its whole seconds plus the stack's millisecond field.
+QString localDateTimeText(UA_DateTime ticks);
+
+// A source timestamp as UTC.
+QString utcDateTimeText(UA_DateTime ticks);
+
+// The date-time a local time in the text form names, its milliseconds deliberately dropped;
+// false when the text is not in the form.
+bool dateTimeFromLocalText(const QString& text, UA_DateTime* ticks);
 
 } // namespace Ua

@@ -1,5 +1,6 @@
 #include "sim/support/sim_server.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QThread>
@@ -167,6 +168,19 @@ QJsonObject SimServer::stats() const
     if (!file.open(QIODevice::ReadOnly))
         return {};
     return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+QJsonObject SimServer::statsOnceSettled(const QString& key, int expected) const
+{
+    constexpr qint64 patienceMs = 5000;
+    QElapsedTimer waited;
+    waited.start();
+    QJsonObject counters = stats();
+    while (counters.value(key).toInt(-1) != expected && waited.elapsed() < patienceMs) {
+        QThread::msleep(20);
+        counters = stats();
+    }
+    return counters;
 }
 
 } // namespace test_support

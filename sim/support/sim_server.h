@@ -39,6 +39,10 @@ public:
     QString endpointUrl() const;  // opc.tcp://127.0.0.1:PORT
     // The request counters of the stats file; empty before the start.
     QJsonObject stats() const;
+    // The counters once counter key has reached expected, or as they are after five seconds: the
+    // file is written after each counted message, which may come after the call that sent it has
+    // returned (a close is not answered).
+    QJsonObject statsOnceSettled(const QString& key, int expected) const;
     QString statsFilePath() const;
 
 private:

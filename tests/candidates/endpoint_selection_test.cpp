@@ -8,6 +8,8 @@
 #include <QList>
 #include <QString>
 
+#include <cstdlib>
+
 using namespace OpcUaDiscovery;
 
 namespace {
@@ -314,11 +316,17 @@ TEST(SelectImportEndpoint, EmptyAdvertisedUrlBecomesTheScannedEndpoint)
     EXPECT_EQ(c.endpointUrl, QStringLiteral("opc.tcp://10.0.0.5:4840"));
 }
 
-TEST(ApplyApplicationIdentity, NullCandidateIsIgnored)
+TEST(ApplyApplicationIdentityDeathTest, NullCandidateIsIgnored)
 {
     DiscoveredServer server;
     server.applicationName = QStringLiteral("Press");
-    applyApplicationIdentity(nullptr, server);
+    server.capabilities = QStringList{QStringLiteral("DA")};
+    EXPECT_EXIT(
+        {
+            applyApplicationIdentity(nullptr, server);
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ApplyApplicationIdentity, CopiesTrimmedValues)

@@ -4,7 +4,7 @@
 //   reference     the way the job first asked the servers: one at a time, a client per call
 //   side_by_side  the job's way: many servers at a time, one secure channel per server
 // Prints {"WAY": [records...], ...} on standard output.
-#include "app/discover_devices_job.h"
+#include "devices/device_records.h"
 #include "discovery/options.h"
 #include "discovery/scan_engine.h"
 #include "discovery/transport.h"
@@ -42,7 +42,7 @@ int main(int argc, char* argv[])
             std::fprintf(stderr, "devices_records: unknown way %s\n", argv[i]);
             return 2;
         }
-        out.insert(QString::fromLatin1(argv[i]), discoverDeviceRecords(scanned, options.timeoutMs, way));
+        out.insert(QString::fromLatin1(argv[i]), OpcUaDiscovery::discoverDeviceRecords(scanned, options.timeoutMs, way));
     }
     std::fputs(QJsonDocument(out).toJson(QJsonDocument::Compact).constData(), stdout);
     return 0;

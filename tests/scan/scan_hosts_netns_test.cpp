@@ -70,6 +70,9 @@ protected:
         lists.local = stringsOf(json.value("local"));
         lists.hosts = stringsOf(json.value("hosts"));
         lists.warnings = stringsOf(json.value("warnings"));
+        // The scan takes both lists from one look at the interfaces, with the same result.
+        EXPECT_EQ(stringsOf(json.value("scan")), lists.local + lists.hosts) << host.toStdString();
+        EXPECT_EQ(stringsOf(json.value("scan_warnings")), lists.warnings) << host.toStdString();
         return lists;
     }
 

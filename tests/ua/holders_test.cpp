@@ -70,6 +70,31 @@ TEST(ValueHolder, ReleaseHandsTheMembersOverAndEmptiesTheHolder)
     UA_String_clear(&released);
 }
 
+TEST(ValueHolder, ResetClearsWhatItHeldAndLeavesItInitialised)
+{
+    Ua::StringHolder holder(allocated("pump"));
+    holder.reset();
+    EXPECT_EQ(holder->data, nullptr);
+    EXPECT_EQ(holder->length, 0u);
+    holder.reset();
+    EXPECT_EQ(holder->data, nullptr);
+}
+
+TEST(DataValueList, EachValueHasItsOwnOwnerAcrossMoves)
+{
+    Ua::DataValueList values;
+    for (int i = 0; i < 20; ++i) {
+        Ua::DataValueHolder value;
+        UA_Int32 number = i;
+        ASSERT_EQ(UA_Variant_setScalarCopy(&value->value, &number, &UA_TYPES[UA_TYPES_INT32]), UA_STATUSCODE_GOOD);
+        value->hasValue = true;
+        values.push_back(std::move(value));
+        EXPECT_EQ(value->value.data, nullptr);
+    }
+    ASSERT_EQ(values.size(), 20u);
+    EXPECT_EQ(*static_cast<const UA_Int32*>(values.back()->value.data), 19);
+}
+
 TEST(ArrayHolder, OwnsWhatAStackCallReturnsAndMovesIt)
 {
     Ua::Array<UA_String, UA_TYPES_STRING> first;

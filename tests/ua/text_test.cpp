@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
+
+#include <limits>
+
 inline void PrintTo(const QString& text, std::ostream* os)
 {
     *os << '"' << text.toStdString() << '"';
@@ -78,4 +82,58 @@ TEST(StatusCodeText, IsTheStacksName)
 {
     EXPECT_EQ(Ua::statusCodeName(UA_STATUSCODE_GOOD), "Good");
     EXPECT_EQ(Ua::statusCodeName(UA_STATUSCODE_BADTIMEOUT), "BadTimeout");
+}
+
+namespace {
+
+UA_DateTime ticksOfUtc(const char* text)
+{
+    const QDateTime utc = QDateTime::fromString(QLatin1String(text), Qt::ISODateWithMs);
+    return utc.toMSecsSinceEpoch() * UA_DATETIME_MSEC + UA_DATETIME_UNIX_EPOCH;
+}
+
+} // namespace
+
+TEST(DateTimeText, SourceTimestampsAreUtcToTheMillisecond)
+{
+    EXPECT_EQ(Ua::utcDateTimeText(ticksOfUtc("2024-01-02T03:04:05.678Z")), "2024-01-02 03:04:05.678");
+    EXPECT_EQ(Ua::utcDateTimeText(ticksOfUtc("2024-01-02T03:04:05.678Z") + 9999), "2024-01-02 03:04:05.678");
+    EXPECT_EQ(Ua::utcDateTimeText(UA_DATETIME_UNIX_EPOCH), "1970-01-01 00:00:00.000");
+}
+
+TEST(DateTimeText, ValuesAreLocalTimeInTheSameForm)
+{
+    const UA_DateTime ticks = ticksOfUtc("2024-01-02T03:04:05.678Z");
+    const QDateTime local = QDateTime::fromMSecsSinceEpoch((ticks - UA_DATETIME_UNIX_EPOCH) / UA_DATETIME_MSEC);
+    EXPECT_EQ(Ua::localDateTimeText(ticks), local.toString(QLatin1String(Ua::dateTimeTextFormat)));
+    EXPECT_EQ(QLatin1String(Ua::dateTimeTextFormat), QLatin1String("yyyy-MM-dd hh:mm:ss.zzz"));
+}
+
+TEST(DateTimeText, BeforeTheEpochEachKeepsItsOwnArithmetic)
+{
+    // A millisecond and a half before 1970: the UTC text rounds towards the epoch, while the
+    // value's text takes the whole seconds towards the epoch and the stack's millisecond field.
+    const UA_DateTime ticks = UA_DATETIME_UNIX_EPOCH - 15000;
+    EXPECT_EQ(Ua::utcDateTimeText(ticks), "1969-12-31 23:59:59.999");
+    EXPECT_EQ(Ua::localDateTimeText(ticks),
+              QDateTime::fromMSecsSinceEpoch(998).toString(QLatin1String(Ua::dateTimeTextFormat)));
+}
+
+TEST(DateTimeText, TicksBelowTheEpochsReachReadAsTheLowestThatIsNot)
+{
+    // Subtracting the epoch from these would overflow.
+    const UA_DateTime lowest = std::numeric_limits<qint64>::min();
+    const UA_DateTime lowestInReach = lowest + UA_DATETIME_UNIX_EPOCH;
+    EXPECT_EQ(Ua::utcDateTimeText(lowest), Ua::utcDateTimeText(lowestInReach));
+    EXPECT_EQ(Ua::localDateTimeText(lowest + 1), Ua::localDateTimeText(lowestInReach));
+}
+
+TEST(DateTimeText, LocalTextBackToTicksDropsTheMilliseconds)
+{
+    UA_DateTime ticks = 0;
+    ASSERT_TRUE(Ua::dateTimeFromLocalText(QStringLiteral("2024-01-02 03:04:05.678"), &ticks));
+    const QDateTime local(QDate(2024, 1, 2), QTime(3, 4, 5));
+    EXPECT_EQ(ticks, local.toMSecsSinceEpoch() * UA_DATETIME_MSEC + UA_DATETIME_UNIX_EPOCH);
+    EXPECT_FALSE(Ua::dateTimeFromLocalText(QStringLiteral("2024-01-02T03:04:05"), &ticks));
+    EXPECT_FALSE(Ua::dateTimeFromLocalText(QString(), &ticks));
 }

@@ -1,31 +1,18 @@
 #pragma once
 
 #include "discovery/candidate.h"
-#include "ua/client.h"
+#include "ua/discovery_services.h"
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QList>
 #include <QStringList>
 
-#include <open62541/types.h>
-
 #include <vector>
 
-// The discovery services a scanned server is asked (FindServers, FindServersOnNetwork,
-// GetEndpoints), answered as candidate values. A failing call is silent: the answer is simply
-// empty and the candidate keeps what it had.
+// Asking the scanned servers what they know (FindServers, FindServersOnNetwork) and which
+// endpoints they offer (GetEndpoints), many servers side by side, each over one secure channel;
+// the answers as candidate values. A failing call is silent: the answer is simply empty.
 namespace OpcUaDiscovery {
-
-// The time budget of the queries, started when the scan has returned: no call starts once it is
-// spent; a call under way ends on its own request time-out. Read from any thread.
-struct QueryBudget
-{
-    explicit QueryBudget(qint64 milliseconds);
-    bool spent() const;
-
-    QElapsedTimer timer;
-    qint64 milliseconds = 0;
-};
 
 // How the servers are asked: how many at a time, and whether the calls to one server share one
 // secure channel. One at a time with a channel per call is how the job first asked them; tests
@@ -55,28 +42,16 @@ struct DiscoveryAnswer
 };
 
 // Asks each scanned candidate's server, at its query URL, for FindServers, FindServersOnNetwork
-// and GetEndpoints over one secure channel; up to options.concurrency servers at a time. One
-// answer per candidate, in the candidates' order.
-std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanned, const QueryBudget& budget,
+// and GetEndpoints; up to options.concurrency servers at a time. No call starts once the budget
+// has run out. One answer per candidate, in the candidates' order.
+std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanned, const QDeadlineTimer& budget,
                                                   const QueryOptions& options);
 
 // GetEndpoints of each URL, side by side as above; one answer per URL, in order.
-std::vector<EndpointsAnswer> askEndpoints(const QStringList& urls, const QueryBudget& budget,
+std::vector<EndpointsAnswer> askEndpoints(const QStringList& urls, const QDeadlineTimer& budget,
                                           const QueryOptions& options);
 
-// Chooses the endpoint and identity to import from a GetEndpoints answer; an answer without
-// endpoints leaves the candidate as it was.
-void applyEndpointsAnswer(Candidate* candidate, const EndpointsAnswer& answer);
-
-// A client for the discovery service calls: default configuration, 2500 ms request time-out, a
-// logger that prints nothing.
-Ua::Client newDiscoveryClient();
-
 // The identity fields of an application description; discovery URL and capabilities stay empty.
-DiscoveredServer identityFromApplication(const UA_ApplicationDescription& app);
-
-// Asks the candidate's server for its endpoints and chooses the endpoint and identity to import.
-// A failing or empty answer leaves the candidate as it was.
-void applyGetEndpoints(Candidate* candidate);
+DiscoveredServer identityFromApplication(const Ua::ApplicationInfo& app);
 
 } // namespace OpcUaDiscovery

@@ -1,21 +1,19 @@
 // The discovery queries of many servers side by side, each server over one secure channel:
 // against opcua_sim servers and a server that hangs after the Hello, all on loopback.
 
+#include "devices/server_queries.h"
 #include "discovery/candidate.h"
-#include "ua/client.h"
-#include "ua/discovery_queries.h"
-#include "sim/support/process_runner.h"
+#include "tests/devices/loopback_candidate.h"
 #include "sim/support/server_process.h"
 #include "sim/support/sim_server.h"
+#include "tests/support/start_sim.h"
 
 #include <gtest/gtest.h>
 
 #include <QElapsedTimer>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QThread>
 
 #include <memory>
 #include <vector>
@@ -23,7 +21,6 @@
 using OpcUaDiscovery::askDiscoveryServices;
 using OpcUaDiscovery::Candidate;
 using OpcUaDiscovery::DiscoveryAnswer;
-using OpcUaDiscovery::QueryBudget;
 using OpcUaDiscovery::QueryOptions;
 using test_support::SimServer;
 
@@ -32,14 +29,9 @@ namespace {
 // The request time-out of every discovery call.
 constexpr qint64 requestTimeoutMs = 2500;
 
-Candidate scanned(quint16 port)
+QDeadlineTimer budgetOf(qint64 milliseconds)
 {
-    Candidate c;
-    c.host = QStringLiteral("127.0.0.1");
-    c.port = port;
-    c.endpointUrl = OpcUaDiscovery::endpointFor(c.host, port);
-    c.source = QStringLiteral("tcp");
-    return c;
+    return QDeadlineTimer(milliseconds, Qt::PreciseTimer);
 }
 
 QJsonObject named(const QString& name)
@@ -78,13 +70,8 @@ protected:
     {
         for (const QJsonObject& scenario : scenarios) {
             sims.push_back(std::make_unique<SimServer>());
-            QString error;
-            if (!sims.back()->start(scenario, &error)) {
-                if (!test_support::runningInCi() && !QFile::exists(test_support::simExecutable()))
-                    GTEST_SKIP() << "opcua_sim is not built";
-                FAIL() << error.toStdString();
-            }
-            candidates.append(scanned(sims.back()->port()));
+            START_SIM_OR_SKIP(*sims.back(), scenario);
+            candidates.append(scannedOnLoopback(sims.back()->port()));
         }
     }
 
@@ -93,20 +80,6 @@ protected:
         QString error;
         ASSERT_TRUE(hung.start(QStringLiteral(OPCUA_HUNG_PEER_EXECUTABLE), {"127.0.0.1", "0"}, {}, &error))
             << error.toStdString();
-    }
-
-    // The stats file is written after each counted message, which may come after the call that
-    // sent it has returned (a close is not answered).
-    static QJsonObject statsOnceSettled(const SimServer& sim, const QString& key, int expected)
-    {
-        QElapsedTimer waited;
-        waited.start();
-        QJsonObject stats = sim.stats();
-        while (stats.value(key).toInt(-1) != expected && waited.elapsed() < 5000) {
-            QThread::msleep(20);
-            stats = sim.stats();
-        }
-        return stats;
     }
 
     std::vector<std::unique_ptr<SimServer>> sims;
@@ -123,7 +96,7 @@ TEST_F(SideBySideQueries, EachServerIsAskedEverythingOverOneChannel)
         scenarios << named(QStringLiteral("Server%1").arg(i));
     ASSERT_NO_FATAL_FAILURE(startSims(scenarios));
 
-    const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, QueryBudget(60000), QueryOptions());
+    const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, budgetOf(60000), QueryOptions());
     ASSERT_EQ(answers.size(), sims.size());
     for (size_t i = 0; i < sims.size(); ++i) {
         SCOPED_TRACE(dump(answers[i]));
@@ -133,7 +106,7 @@ TEST_F(SideBySideQueries, EachServerIsAskedEverythingOverOneChannel)
         EXPECT_TRUE(answers[i].endpoints.answered);
         EXPECT_EQ(answers[i].endpoints.offers.size(), 1);
 
-        const QJsonObject stats = statsOnceSettled(*sims[i], "CloseSecureChannel", 1);
+        const QJsonObject stats = sims[i]->statsOnceSettled("CloseSecureChannel", 1);
         SCOPED_TRACE(QJsonDocument(stats).toJson(QJsonDocument::Compact).toStdString());
         EXPECT_EQ(stats.value("Hello").toInt(-1), 1);
         EXPECT_EQ(stats.value("OpenSecureChannel").toInt(-1), 1);
@@ -141,36 +114,6 @@ TEST_F(SideBySideQueries, EachServerIsAskedEverythingOverOneChannel)
         EXPECT_EQ(stats.value("FindServersOnNetwork").toInt(-1), 1);
         EXPECT_EQ(stats.value("GetEndpoints").toInt(-1), 1);
     }
-}
-
-TEST_F(SideBySideQueries, ClosingAChannelAddsNoIdleWait)
-{
-    const int count = 10;
-    QList<QJsonObject> scenarios;
-    for (int i = 0; i < count; ++i)
-        scenarios << named(QStringLiteral("Closer%1").arg(i));
-    ASSERT_NO_FATAL_FAILURE(startSims(scenarios));
-    std::vector<Ua::ChannelClient> clients;
-    for (const Candidate& candidate : candidates) {
-        clients.push_back(Ua::channelClient(OpcUaDiscovery::newDiscoveryClient()));
-        ASSERT_TRUE(clients.back());
-        const QByteArray url = candidate.endpointUrl.toUtf8();
-        ASSERT_EQ(UA_Client_connectSecureChannel(clients.back().get(), url.constData()), UA_STATUSCODE_GOOD);
-    }
-
-    QElapsedTimer closing;
-    closing.start();
-    for (Ua::ChannelClient& client : clients)
-        EXPECT_TRUE(Ua::closeSecureChannelPromptly(client.get()));
-    // The stack's own disconnect waits 100 ms per channel after it has closed: ten of them take
-    // a second at least, however fast the machine. (ThreadSanitizer slows every stack call many
-    // times over; there only the closes themselves are checked.)
-#ifndef __SANITIZE_THREAD__
-    EXPECT_LT(closing.elapsed(), count * 100);
-#endif
-    clients.clear();
-    for (const auto& sim : sims)
-        EXPECT_EQ(statsOnceSettled(*sim, "CloseSecureChannel", 1).value("CloseSecureChannel").toInt(-1), 1);
 }
 
 TEST_F(SideBySideQueries, SideBySideAnswersAreThoseOfTheFirstWay)
@@ -195,8 +138,8 @@ TEST_F(SideBySideQueries, SideBySideAnswersAreThoseOfTheFirstWay)
     QueryOptions firstWay;
     firstWay.concurrency = 1;
     firstWay.channelPerServer = false;
-    const std::vector<DiscoveryAnswer> reference = askDiscoveryServices(candidates, QueryBudget(60000), firstWay);
-    const std::vector<DiscoveryAnswer> sideBySide = askDiscoveryServices(candidates, QueryBudget(60000), QueryOptions());
+    const std::vector<DiscoveryAnswer> reference = askDiscoveryServices(candidates, budgetOf(60000), firstWay);
+    const std::vector<DiscoveryAnswer> sideBySide = askDiscoveryServices(candidates, budgetOf(60000), QueryOptions());
     ASSERT_EQ(reference.size(), sideBySide.size());
     for (size_t i = 0; i < reference.size(); ++i)
         EXPECT_EQ(dump(sideBySide[i]), dump(reference[i]));
@@ -213,7 +156,7 @@ TEST_F(SideBySideQueries, HungServerCostsOneTimeOutAndStarvesNobody)
     for (int i = 0; i < 5; ++i)
         scenarios << named(QStringLiteral("Good%1").arg(i));
     ASSERT_NO_FATAL_FAILURE(startSims(scenarios));
-    candidates.prepend(scanned(hung.port()));
+    candidates.prepend(scannedOnLoopback(hung.port()));
 
     for (const int concurrency : {16, 1}) {
         SCOPED_TRACE(concurrency);
@@ -221,7 +164,7 @@ TEST_F(SideBySideQueries, HungServerCostsOneTimeOutAndStarvesNobody)
         options.concurrency = concurrency;
         QElapsedTimer asking;
         asking.start();
-        const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, QueryBudget(60000), options);
+        const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, budgetOf(60000), options);
         // One time-out for the hung server, not one per call (three would be 7.5 s).
         EXPECT_LT(asking.elapsed(), 2 * requestTimeoutMs);
         ASSERT_EQ(answers.size(), 6u);
@@ -235,9 +178,9 @@ TEST_F(SideBySideQueries, HungServerCostsOneTimeOutAndStarvesNobody)
 TEST_F(SideBySideQueries, SpentBudgetSendsNothing)
 {
     ASSERT_NO_FATAL_FAILURE(startSims({named("Untouched1"), named("Untouched2")}));
-    const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, QueryBudget(0), QueryOptions());
+    const std::vector<DiscoveryAnswer> answers = askDiscoveryServices(candidates, budgetOf(0), QueryOptions());
     const std::vector<OpcUaDiscovery::EndpointsAnswer> endpoints =
-        OpcUaDiscovery::askEndpoints({candidates.first().endpointUrl}, QueryBudget(0), QueryOptions());
+        OpcUaDiscovery::askEndpoints({candidates.first().endpointUrl}, budgetOf(0), QueryOptions());
     ASSERT_EQ(answers.size(), 2u);
     for (const DiscoveryAnswer& answer : answers) {
         EXPECT_TRUE(answer.servers.isEmpty());
