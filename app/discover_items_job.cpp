@@ -5,8 +5,8 @@
 #include "app/item_records.h"
 #include "app/item_snapshot.h"
 #include "app/result_envelope.h"
-#include "app/result_writer.h"
 #include "app/stdout_silencer.h"
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "common/atomic_file.h"
 #include "common/request_timeout.h"
@@ -18,7 +18,6 @@
 #include <QDir>
 #include <QJsonArray>
 #include <QStringList>
-#include <QVector>
 
 #include <functional>
 
@@ -72,21 +71,23 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
         return failWith(ExitConnectFailed, message);
     }
 
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems items;
     QStringList warnings;
+    const ItemRecordContext recordContext = itemRecordContext(config);
+    // The order of the records, kept up to date by the snapshots and brought to the end for the
+    // result in the same way.
+    ItemOrder order;
     ItemSnapshot snapshot;
     SnapshotPacing pacing;
     const std::function<void()> progress = [&]() {
         if (!pacing.due(items.size()))
             return;
         pacing.begin(items.size());
-        // Without a file nobody can see a snapshot, and keeping one current costs a pass over
-        // every item, so none is built; the pacing runs the same either way.
-        if (!snapshotPath.isEmpty()) {
-            updateItemSnapshot(&snapshot, config, request, items, warnings);
-            // Progress is best effort: a snapshot that cannot be written changes nothing.
-            writeItemSnapshot(snapshot, snapshotPath);
-        }
+        // Without a file nobody can see a snapshot, and writing one costs a pass over every
+        // item, so none is made; the pacing runs the same either way.
+        // Progress is best effort: a snapshot that cannot be written changes nothing.
+        if (!snapshotPath.isEmpty())
+            writeItemSnapshot(&snapshot, recordContext, request, items, warnings, &order, snapshotPath);
         pacing.end();
     };
     if (!core.browseNodes(&items, &warnings, progress, ClientCore::BrowseFetch::Batched)) {
@@ -95,22 +96,12 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
         return failWith(ExitBrowseFailed, message);
     }
 
-    // Written record by record: besides the items, only the snapshot's compact records (when
-    // snapshots are kept) are held, and they are the records the result is written from.
-    const QJsonObject result =
-        buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings));
-    std::function<QByteArray(int)> record;
-    QVector<int> order;
-    if (!snapshotPath.isEmpty()) {
-        updateItemSnapshot(&snapshot, config, request, items, warnings);
-        order = snapshot.order;
-        record = [&](int i) { return snapshot.records.at(order.at(i)).json; };
-    } else {
-        order = itemRecordOrder(items);
-        record = [&](int i) { return compactItemRecord(config, items.at(order.at(i))); };
-    }
+    // Written record by record from the items: the document is never held whole.
+    const ItemsDocument document = itemsDocument(
+        buildResult(QStringLiteral("discover_items"), request, QJsonArray(), warningArrayFrom(warnings)),
+        JsonLayout::Indented);
     silencer.restore();
-    if (!writeResultWithItems(result, order.size(), record, outputPath, &error))
+    if (!writeItemsResult(recordContext, items, &order, document, outputPath, AtomicFile::Durability::Synced, &error))
         return failWith(ExitWriteFailed, error);
     return ExitOk;
 }

@@ -1,163 +1,192 @@
 #include "app/item_records.h"
 
+#include "app/result_writer.h"
+
 #include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSet>
 
 #include <algorithm>
-#include <array>
+#include <cstring>
 
 namespace {
 
-QString deviceUidPart(const QString& device)
+// The uid hint's node part: this many hexadecimal digits of the identifier's SHA-1.
+const int uidHintDigits = 16;
+
+QString deviceUidPart(const DiscoveryDeviceConfig& config)
 {
-    // Every record of a job has the same device: the expression runs once per device text.
-    static QString lastDevice;
-    static QString lastPart;
-    if (lastPart.isNull() || device != lastDevice) {
-        static const QRegularExpression unsafeRun(QStringLiteral("[^A-Za-z0-9_]+"));
-        QString part = device;
-        part.replace(unsafeRun, QStringLiteral("_"));
-        part.truncate(32);
-        lastDevice = device;
-        lastPart = part.isNull() ? QStringLiteral("") : part;
+    QString part = config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address);
+    part.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9_]+")), QStringLiteral("_"));
+    part.truncate(32);
+    return part;
+}
+
+QByteArray uidHintNodePart(Utf8View identifier)
+{
+    return QCryptographicHash::hash(QByteArray::fromRawData(identifier.data, identifier.size), QCryptographicHash::Sha1)
+        .toHex()
+        .left(uidHintDigits);
+}
+
+Utf8View literal(const char* text)
+{
+    return Utf8View{text, int(std::strlen(text))};
+}
+
+// Appends text as the JSON library writes it inside a string: quote, backslash and control
+// characters escaped, every other byte (of valid UTF-8) as it is.
+void appendEscaped(Utf8View text, QByteArray* out)
+{
+    static const char hexDigits[] = "0123456789abcdef";
+    const char* const end = text.data + text.size;
+    const char* plain = text.data;
+    for (const char* at = text.data; at < end; ++at) {
+        const uchar c = uchar(*at);
+        if (c >= 0x20 && c != '"' && c != '\\')
+            continue;
+        out->append(plain, int(at - plain));
+        plain = at + 1;
+        switch (c) {
+        case '"': out->append("\\\""); break;
+        case '\\': out->append("\\\\"); break;
+        case '\b': out->append("\\b"); break;
+        case '\f': out->append("\\f"); break;
+        case '\n': out->append("\\n"); break;
+        case '\r': out->append("\\r"); break;
+        case '\t': out->append("\\t"); break;
+        default: {
+            const char escaped[] = {'\\', 'u', '0', '0', hexDigits[c >> 4], hexDigits[c & 0xf]};
+            out->append(escaped, int(sizeof escaped));
+        }
+        }
     }
-    return lastPart;
+    out->append(plain, int(end - plain));
+}
+
+void appendString(Utf8View text, QByteArray* out)
+{
+    out->append('"');
+    appendEscaped(text, out);
+    out->append('"');
+}
+
+// One JSON object as it is being written, at a depth of the document, in the document's layout.
+struct ObjectWriter
+{
+    QByteArray* out;
+    JsonLayout layout;
+    int depth;
+    bool empty = true;
+
+    void key(const char* name)
+    {
+        const bool indented = layout == JsonLayout::Indented;
+        out->append(empty ? '{' : ',');
+        empty = false;
+        if (indented) {
+            out->append('\n');
+            out->append(4 * (depth + 1), ' ');
+        }
+        appendString(literal(name), out);
+        out->append(indented ? ": " : ":");
+    }
+
+    void close()
+    {
+        if (layout == JsonLayout::Indented) {
+            out->append('\n');
+            out->append(4 * depth, ' ');
+        }
+        out->append('}');
+    }
+};
+
+const char* readWriteText(const BrowseItems& items, BrowseItems::Item item)
+{
+    if (!items.writable(item))
+        return "read";
+    return items.readable(item) ? "readwrite" : "write";
 }
 
 } // namespace
 
 QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier)
 {
-    const QString devicePart =
-        deviceUidPart(config.id > 0 ? QString::number(config.id) : (!config.uid.isEmpty() ? config.uid : config.address));
-    const QString nodePart = QString::fromLatin1(
-        QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
-    return QStringLiteral("opcua_%1_%2").arg(devicePart, nodePart);
+    return QStringLiteral("opcua_%1_%2").arg(deviceUidPart(config),
+                                             QString::fromLatin1(uidHintNodePart(utf8View(identifier.toUtf8()))));
 }
 
-namespace {
-
-struct RecordText
+ItemRecordContext itemRecordContext(const DiscoveryDeviceConfig& config)
 {
-    QLatin1String key;
-    QString value;
-};
-
-// Every text of an item record, each object's keys in the order a JSON object keeps them.
-struct RecordTexts
-{
-    std::array<RecordText, 7> record;        // followed by "user_defined_fields"
-    std::array<RecordText, 6> userDefined;
-};
-
-RecordTexts recordTexts(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item)
-{
-    QString readWrite = QStringLiteral("read");
-    if (item.writable)
-        readWrite = item.readable ? QStringLiteral("readwrite") : QStringLiteral("write");
-    return RecordTexts{
-        {{{QLatin1String("data_type"), item.dataType},
-          {QLatin1String("description"), item.description},
-          {QLatin1String("external_id"), item.nodeId},
-          {QLatin1String("name"), item.browsePath},
-          {QLatin1String("read_write"), readWrite},
-          {QLatin1String("uid_hint"), buildUidHint(config, item.nodeId)},
-          {QLatin1String("unit"), QString()}}},
-        {{{QLatin1String("access_level"), QStringLiteral("0")},
-          {QLatin1String("floating_point_precision"), QStringLiteral("4")},
-          {QLatin1String("history_from"), QStringLiteral("-2000")},
-          {QLatin1String("history_no_value_handling"), QStringLiteral("0")},
-          {QLatin1String("history_to"), QStringLiteral("0")},
-          {QLatin1String("identifier"), item.nodeId}}}};
+    return ItemRecordContext{"opcua_" + deviceUidPart(config).toUtf8() + '_'};
 }
 
-const QLatin1String userDefinedKey("user_defined_fields");
-
-// Printable ASCII is the text every JSON writer copies as it is, but for the escaped quote and
-// backslash; anything else is left to the JSON library, whose escaping is the one the result has.
-bool appendPlainJsonString(const QString& text, QByteArray* json)
+void appendItemRecord(const ItemRecordContext& context, const BrowseItems& items, BrowseItems::Item item,
+                      JsonLayout layout, QByteArray* out)
 {
-    json->append('"');
-    for (const QChar c : text) {
-        const ushort u = c.unicode();
-        if (u < 0x20 || u > 0x7e)
-            return false;
-        if (u == '"' || u == '\\')
-            json->append('\\');
-        json->append(char(u));
-    }
-    json->append('"');
-    return true;
+    const Utf8View identifier = items.nodeId(item);
+    const auto piece = [out](Utf8View text) { appendEscaped(text, out); };
+    // The keys in the order the JSON library writes them, which is sorted.
+    ObjectWriter record{out, layout, itemRecordDepth};
+    record.key("data_type");
+    appendString(literal(items.type(item).name), out);
+    record.key("description");
+    out->append('"');
+    items.visitDescription(item, piece);
+    out->append('"');
+    record.key("external_id");
+    appendString(identifier, out);
+    record.key("name");
+    out->append('"');
+    items.paths().visitText(items.path(item), piece);
+    out->append('"');
+    record.key("read_write");
+    appendString(literal(readWriteText(items, item)), out);
+    record.key("uid_hint");
+    out->append('"');
+    appendEscaped(utf8View(context.uidHintPrefix), out);
+    out->append(uidHintNodePart(identifier));
+    out->append('"');
+    record.key("unit");
+    appendString(Utf8View{}, out);
+    record.key("user_defined_fields");
+    // The gateway's import defaults for a data point, the same for every server.
+    ObjectWriter userDefined{out, layout, itemRecordDepth + 1};
+    userDefined.key("access_level");
+    appendString(literal("0"), out);
+    userDefined.key("floating_point_precision");
+    appendString(literal("4"), out);
+    userDefined.key("history_from");
+    appendString(literal("-2000"), out);
+    userDefined.key("history_no_value_handling");
+    appendString(literal("0"), out);
+    userDefined.key("history_to");
+    appendString(literal("0"), out);
+    userDefined.key("identifier");
+    appendString(identifier, out);
+    userDefined.close();
+    record.close();
 }
 
-template <std::size_t N>
-bool appendPlainJsonObject(const std::array<RecordText, N>& texts, QByteArray* json)
+QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const BrowseItems& items, BrowseItems::Item item)
 {
-    for (std::size_t i = 0; i < N; ++i) {
-        json->append(i == 0 ? "{\"" : ",\"");
-        json->append(texts[i].key.data(), texts[i].key.size());
-        json->append("\":");
-        if (!appendPlainJsonString(texts[i].value, json))
-            return false;
-    }
-    return true;
+    QByteArray compact;
+    appendItemRecord(itemRecordContext(config), items, item, JsonLayout::Compact, &compact);
+    return QJsonDocument::fromJson(compact).object();
 }
 
-QJsonObject jsonObjectOf(const RecordText* texts, std::size_t count)
+bool itemIdentifierLess(Utf8View a, Utf8View b)
 {
-    QJsonObject object;
-    for (std::size_t i = 0; i < count; ++i)
-        object.insert(texts[i].key, texts[i].value);
-    return object;
-}
-
-QJsonObject itemRecordOf(const RecordTexts& texts)
-{
-    QJsonObject record = jsonObjectOf(texts.record.data(), texts.record.size());
-    record.insert(userDefinedKey, jsonObjectOf(texts.userDefined.data(), texts.userDefined.size()));
-    return record;
-}
-
-} // namespace
-
-QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item)
-{
-    return itemRecordOf(recordTexts(config, item));
-}
-
-QByteArray compactItemRecord(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item)
-{
-    const RecordTexts texts = recordTexts(config, item);
-    QByteArray json;
-    json.reserve(320 + 2 * item.nodeId.size() + item.browsePath.size() + item.description.size());
-    bool plain = appendPlainJsonObject(texts.record, &json);
-    if (plain) {
-        json.append(",\"");
-        json.append(userDefinedKey.data(), userDefinedKey.size());
-        json.append("\":");
-        plain = appendPlainJsonObject(texts.userDefined, &json);
-        json.append("}}");
-    }
-    if (!plain)
-        return QJsonDocument(itemRecordOf(texts)).toJson(QJsonDocument::Compact);
-    return json;
-}
-
-bool itemIdentifierLess(const QString& a, const QString& b)
-{
-    // Identifiers are nearly always ASCII, whose case folding is the letters': compared here
-    // without the folding tables, several times faster on large results. From the first position
-    // where either is not ASCII on, Qt compares (some non-ASCII characters fold to ASCII).
-    const QChar* x = a.constData();
-    const QChar* y = b.constData();
-    const int common = std::min(a.size(), b.size());
+    // Identifiers are nearly always ASCII, whose case folding is the letters' and whose UTF-8 is
+    // its UTF-16: compared here byte by byte, several times faster on large results. From the
+    // first position where either is not ASCII on, QString compares.
+    const int common = std::min(a.size, b.size);
     for (int i = 0; i < common; ++i) {
-        uint u = x[i].unicode();
-        uint v = y[i].unicode();
+        uint u = uchar(a.data[i]);
+        uint v = uchar(b.data[i]);
         if (u >= 0x80 || v >= 0x80)
-            return a.compare(b, Qt::CaseInsensitive) < 0;
+            return a.toQString().compare(b.toQString(), Qt::CaseInsensitive) < 0;
         if (u - 'A' < 26u)
             u += 'a' - 'A';
         if (v - 'A' < 26u)
@@ -165,34 +194,50 @@ bool itemIdentifierLess(const QString& a, const QString& b)
         if (u != v)
             return u < v;
     }
-    return a.size() < b.size();
+    return a.size < b.size;
 }
 
-QVector<int> itemRecordOrder(const QList<ClientCore::BrowseItem>& items)
+void updateItemOrder(ItemOrder* order, const BrowseItems& items)
 {
-    QVector<int> order(items.size());
-    for (int i = 0; i < items.size(); ++i)
-        order[i] = i;
-    // Stable, so that identifiers differing only in case keep browse order, as in the snapshots.
-    std::stable_sort(order.begin(), order.end(),
-                     [&items](int a, int b) { return itemIdentifierLess(items.at(a).nodeId, items.at(b).nodeId); });
-    QVector<int> reported;
-    reported.reserve(order.size());
-    QSet<QString> emitted;
-    for (int index : order) {
-        const QString& id = items.at(index).nodeId;
-        if (emitted.contains(id))
-            continue;
-        emitted.insert(id);
-        reported.append(index);
-    }
-    return reported;
+    if (order->generation != items.generation() || items.size() < order->counted)
+        *order = ItemOrder{{}, 0, items.generation()};
+    if (items.size() == order->counted)
+        return;
+    const auto byIdentifier = [&items](BrowseItems::Item a, BrowseItems::Item b) {
+        return itemIdentifierLess(items.nodeId(a), items.nodeId(b));
+    };
+    // New items go after every equal identifier already there, in the order they were found, as
+    // a stable sort of all of them puts them; one merge instead of an insertion per item keeps
+    // bringing the order up to date linear in the items.
+    QVector<BrowseItems::Item> added;
+    added.reserve(items.size() - order->counted);
+    for (BrowseItems::Item item = order->counted; item < items.size(); ++item)
+        added.append(item);
+    std::stable_sort(added.begin(), added.end(), byIdentifier);
+    QVector<BrowseItems::Item> merged(order->items.size() + added.size());
+    std::merge(order->items.cbegin(), order->items.cend(), added.cbegin(), added.cend(), merged.begin(), byIdentifier);
+    order->items = std::move(merged);
+    order->counted = items.size();
 }
 
-QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items)
+QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const BrowseItems& items)
 {
+    ItemOrder order;
+    updateItemOrder(&order, items);
     QJsonArray array;
-    for (int index : itemRecordOrder(items))
-        array.append(buildItemCandidate(config, items.at(index)));
+    for (const BrowseItems::Item item : order.items)
+        array.append(buildItemCandidate(config, items, item));
     return array;
+}
+
+bool writeItemsResult(const ItemRecordContext& context, const BrowseItems& items, ItemOrder* order,
+                      const ItemsDocument& document, const QString& path, AtomicFile::Durability durability,
+                      QString* error)
+{
+    updateItemOrder(order, items);
+    const QVector<BrowseItems::Item>& sorted = order->items;
+    return writeItemsDocument(
+        document, sorted.size(),
+        [&](int i, QByteArray* out) { appendItemRecord(context, items, sorted[i], document.layout, out); }, path,
+        durability, error);
 }

@@ -1,25 +1,55 @@
 #pragma once
 
 #include "app/device_config.h"
-#include "client_core/opc_ua_client_core.h"
+#include "app/result_envelope.h"
+#include "client_core/browse_items.h"
+#include "common/atomic_file.h"
 
 #include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QList>
 #include <QString>
 #include <QVector>
 
-// The item records of discover_items: one per browsed variable, sorted by identifier.
+// The item records of discover_items: one per browsed variable, sorted by identifier. A record
+// is written straight from the walk's compact items; nothing of it is kept.
 
 QString buildUidHint(const DiscoveryDeviceConfig& config, const QString& identifier);
-QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item);
-// The record in compact JSON: the bytes of QJsonDocument(buildItemCandidate(...)).toJson(Compact),
-// written directly for the usual plain texts, which makes large results several times cheaper.
-QByteArray compactItemRecord(const DiscoveryDeviceConfig& config, const ClientCore::BrowseItem& item);
-// Positions in `items` of the records to report, in result order: sorted by identifier, the
-// first of equal identifiers only.
-QVector<int> itemRecordOrder(const QList<ClientCore::BrowseItem>& items);
-QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const QList<ClientCore::BrowseItem>& items);
-// The order of the records: by node identifier, without regard to case.
-bool itemIdentifierLess(const QString& a, const QString& b);
+
+// What every record of one job shares, made once per job.
+struct ItemRecordContext
+{
+    QByteArray uidHintPrefix;   // "opcua_<device part>_"
+};
+
+ItemRecordContext itemRecordContext(const DiscoveryDeviceConfig& config);
+
+// Appends the record of one item, in the layout it has in a document of that layout, with the
+// bytes the JSON library gives it.
+void appendItemRecord(const ItemRecordContext& context, const BrowseItems& items, BrowseItems::Item item,
+                      JsonLayout layout, QByteArray* out);
+// The record as a JSON object.
+QJsonObject buildItemCandidate(const DiscoveryDeviceConfig& config, const BrowseItems& items, BrowseItems::Item item);
+
+// The order of the records: the items by identifier, in the order of itemIdentifierLess and,
+// among equal identifiers, in the order they were found. Kept up to date as items arrive.
+struct ItemOrder
+{
+    QVector<BrowseItems::Item> items;   // result order
+    int counted = 0;                    // the items [0, counted) are in it
+    quint64 generation = 0;             // of the items it was made for
+};
+
+void updateItemOrder(ItemOrder* order, const BrowseItems& items);
+// The order of the records: by node identifier, without regard to case, as QString compares
+// the texts.
+bool itemIdentifierLess(Utf8View a, Utf8View b);
+
+// The "items" array in result order.
+QJsonArray itemArrayFromBrowse(const DiscoveryDeviceConfig& config, const BrowseItems& items);
+
+// Brings the order up to date and writes `document` with the records of the items in that order
+// (see writeItemsDocument): the one way both the result and every progress snapshot are written.
+bool writeItemsResult(const ItemRecordContext& context, const BrowseItems& items, ItemOrder* order,
+                      const ItemsDocument& document, const QString& path, AtomicFile::Durability durability,
+                      QString* error);

@@ -1,5 +1,6 @@
 #include "app/result_envelope.h"
 
+#include <QJsonDocument>
 #include <QJsonValue>
 #include <QSet>
 
@@ -58,4 +59,28 @@ QJsonObject buildDevicesResult(const QJsonObject& request, const QJsonArray& dev
     // Unlike discover_items, the warnings keep their order and their repeats.
     return envelope(QStringLiteral("discover_devices"), request, devices, QJsonArray(),
                     QJsonArray::fromStringList(warnings));
+}
+
+ItemsDocument itemsDocument(const QJsonObject& result, JsonLayout layout)
+{
+    const bool indented = layout == JsonLayout::Indented;
+    QJsonObject withoutItems = result;
+    withoutItems.insert(QStringLiteral("items"), QJsonArray());
+    const QByteArray whole =
+        QJsonDocument(withoutItems).toJson(indented ? QJsonDocument::Indented : QJsonDocument::Compact);
+    // Keys come sorted and only "devices", an empty array, comes before "items": the first
+    // "items" is the envelope's own key, and its array is empty, "[]" or "[\n    ]".
+    const int key = whole.indexOf("\"items\":");
+    const int open = whole.indexOf('[', key) + 1;
+    const int inside = indented ? open + 1 : open;
+
+    ItemsDocument document;
+    document.layout = layout;
+    document.head = whole.left(inside);
+    document.tail = whole.mid(inside);
+    const QByteArray indent(indented ? 4 * itemRecordDepth : 0, ' ');
+    document.recordLead = indent;
+    document.recordSeparator = (indented ? QByteArray(",\n") : QByteArray(",")) + indent;
+    document.afterRecords = indented ? QByteArray("\n") : QByteArray();
+    return document;
 }

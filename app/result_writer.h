@@ -1,5 +1,8 @@
 #pragma once
 
+#include "app/result_envelope.h"
+#include "common/atomic_file.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QString>
@@ -10,9 +13,10 @@
 // standard output when path is empty. On failure stores the message in error.
 bool writeResult(const QJsonObject& result, const QString& path, QString* error);
 
-// Writes exactly the bytes writeResult writes for `result` with `count` records under "items"
-// (the result's own "items" is not used). Record i comes as its compact JSON from
-// `compactRecord(i)`, only when its turn comes, and is written in the indented layout: the
-// document is never held whole, however many records it has.
-bool writeResultWithItems(const QJsonObject& result, int count, const std::function<QByteArray(int)>& compactRecord,
-                          const QString& path, QString* error);
+// Writes `document` with `count` records: record i is appended to the bytes going out by
+// appendRecord(i, bytes), in the document's layout, only when its turn comes, so the document is
+// never held whole, however many records it has. The file at path is replaced as a whole with
+// the given durability; an empty path is standard output. On failure stores the message in error.
+bool writeItemsDocument(const ItemsDocument& document, int count,
+                        const std::function<void(int, QByteArray*)>& appendRecord, const QString& path,
+                        AtomicFile::Durability durability, QString* error);

@@ -7,6 +7,7 @@
 // the bench browses that server (a simulator started elsewhere, perhaps behind delay_proxy)
 // instead of starting its own; --count then only checks the number of items when given.
 
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "sim/support/sim_server.h"
 
@@ -110,7 +111,7 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "could not connect: %s\n", qPrintable(plugin.statusText));
             exitCode = 1;
         } else {
-            QList<ClientCore::BrowseItem> items;
+            BrowseItems items;
             QStringList warnings;
             int progressCalls = 0;
             QElapsedTimer timer;

@@ -1,5 +1,6 @@
 #include "client_core/opc_ua_client_core.h"
 
+#include "client_core/browse_items.h"
 #include "client_core/browse_path.h"
 #include "client_core/node_data_source.h"
 #include "client_core/reference_filter.h"
@@ -7,33 +8,42 @@
 #include "ua/text.h"
 
 #include <QHash>
-#include <QSet>
 
 #include <memory>
 #include <vector>
 
 namespace {
 
-// One node waiting to be browsed, with the browse-name segments that led to it.
+// One node waiting to be browsed, with the path of browse-name segments that led to it.
 struct PendingBrowse
 {
     QString nodeId;
-    QStringList path;
+    NodeTable::Key node;
+    BrowsePathTree::Ref path;
 };
 
-// Everything one browseNodes call works on; nothing of it outlives the call.
+// Where a node stands in the walk, by its number in the walk's node table.
+enum NodeMark : quint8 { queuedMark = 1, browsedMark = 2 };
+
+// Everything one browseNodes call works on; nothing of it outlives the call but the items.
 struct BrowseState
 {
     NodeDataSource* source = nullptr;
-    QList<ClientCore::BrowseItem>* items = nullptr;
+    BrowseItems* items = nullptr;
     QStringList* warnings = nullptr;
     const std::function<void()>* progress = nullptr;
     std::vector<PendingBrowse> work;
-    QHash<QString, size_t> workPosition;   // a queued node's place in the work list until it is taken
-    QSet<QString> browsed;
-    QSet<QString> queued;
-    QHash<QString, int> itemIndex;
+    QHash<NodeTable::Key, size_t> workPosition;   // a queued node's place in the work list until it is taken
+    std::vector<quint8> marks;                    // by node: NodeMark bits
     bool stopped = false;
+
+    bool has(NodeTable::Key node, NodeMark mark) const { return node < marks.size() && (marks[node] & mark) != 0; }
+    void mark(NodeTable::Key node, NodeMark mark)
+    {
+        if (node >= marks.size())
+            marks.resize(size_t(items->nodes().size()), 0);
+        marks[node] |= mark;
+    }
 };
 
 void warn(BrowseState& state, const QString& text)
@@ -43,24 +53,23 @@ void warn(BrowseState& state, const QString& text)
 }
 
 // A node reached again before it was browsed keeps the better of its two paths.
-void offerPathToQueuedEntry(BrowseState& state, const QString& child, const QStringList& childPath)
+void offerPathToQueuedEntry(BrowseState& state, NodeTable::Key child, BrowsePathTree::Ref childPath)
 {
     const auto position = state.workPosition.constFind(child);
     if (position == state.workPosition.constEnd())
         return;
     PendingBrowse& entry = state.work[position.value()];
-    if (isBetterBrowsePath(joinBrowsePath(childPath), joinBrowsePath(entry.path)))
+    const BrowsePathTree& paths = state.items->paths();
+    if (isBetterBrowsePath(paths.text(childPath), paths.text(entry.path)))
         entry.path = childPath;
 }
 
-void handleVariable(BrowseState& state, const QString& variable, const QStringList& childPath,
+void handleVariable(BrowseState& state, NodeTable::Key node, const QString& variable, BrowsePathTree::Ref childPath,
                     const UA_ReferenceDescription& reference)
 {
-    const QString joined = joinBrowsePath(childPath);
-    const auto known = state.itemIndex.constFind(variable);
-    if (known != state.itemIndex.constEnd()) {
-        ClientCore::BrowseItem& item = (*state.items)[known.value()];
-        applyAlternateBrowsePath(&item.browsePath, &item.description, joined);
+    const BrowseItems::Item known = state.items->itemOf(node);
+    if (known >= 0) {
+        state.items->offerPath(known, childPath);
         return;
     }
 
@@ -97,29 +106,24 @@ void handleVariable(BrowseState& state, const QString& variable, const QStringLi
         return;
     }
 
-    ClientCore::BrowseItem item;
-    item.nodeId = variable;
-    item.browsePath = joined;
-    if (item.browsePath.isEmpty())
-        item.browsePath = Ua::toQString(reference.displayName.text);
-    if (item.browsePath.isEmpty())
-        item.browsePath = Ua::toQString(reference.browseName.name);
-    if (item.browsePath.isEmpty())
-        item.browsePath = variable;
-    item.dataType = type.name;
-    item.readable = readable;
-    item.writable = writable;
-    item.isArray = valueRank >= 0;
-    item.description = QStringLiteral("OPC UA Variable (%1%2)")
-                           .arg(type.name, item.isArray ? QStringLiteral(", array") : QString());
-
-    state.itemIndex.insert(variable, state.items->size());
-    state.items->append(item);
+    // A path without segments (names that the path leaves out) gives way to the variable's
+    // display name, browse name or identifier.
+    BrowsePathTree::Ref itemPath = childPath;
+    if (itemPath == BrowsePathTree::empty) {
+        QString name = Ua::toQString(reference.displayName.text);
+        if (name.isEmpty())
+            name = Ua::toQString(reference.browseName.name);
+        if (name.isEmpty())
+            name = variable;
+        itemPath = state.items->paths().literal(name);
+    }
+    state.items->append(node, itemPath, *Ua::supportedTypeOfKind(quint32(type.typeIndex)), readable, writable,
+                        valueRank >= 0);
     if (*state.progress)
         (*state.progress)();
 }
 
-void handleReference(BrowseState& state, const QString& parent, const QStringList& parentPath,
+void handleReference(BrowseState& state, const QString& parent, BrowsePathTree::Ref parentPath,
                      const UA_ReferenceDescription& reference)
 {
     QString child;
@@ -136,26 +140,25 @@ void handleReference(BrowseState& state, const QString& parent, const QStringLis
         break;
     }
 
-    QStringList childPath = parentPath;
     QString segment = Ua::toQString(reference.browseName.name);
     if (segment.isEmpty())
         segment = Ua::toQString(reference.displayName.text);
-    if (!segment.isEmpty())
-        childPath.append(segment);
 
-    if (!state.browsed.contains(child)) {
-        if (!state.queued.contains(child)) {
-            state.workPosition.insert(child, state.work.size());
-            state.work.push_back(PendingBrowse{child, childPath});
-            state.queued.insert(child);
+    const NodeTable::Key node = state.items->nodes().add(child);
+    const BrowsePathTree::Ref childPath = state.items->paths().child(parentPath, segment);
+    if (!state.has(node, browsedMark)) {
+        if (!state.has(node, queuedMark)) {
+            state.workPosition.insert(node, state.work.size());
+            state.work.push_back(PendingBrowse{child, node, childPath});
+            state.mark(node, queuedMark);
             state.source->queued(child);
         } else {
-            offerPathToQueuedEntry(state, child, childPath);
+            offerPathToQueuedEntry(state, node, childPath);
         }
     }
 
     if (reference.nodeClass == UA_NODECLASS_VARIABLE)
-        handleVariable(state, child, childPath, reference);
+        handleVariable(state, node, child, childPath, reference);
 }
 
 // Handles one result of a node's Browse and the pages that continued it.
@@ -213,7 +216,7 @@ void browseOne(BrowseState& state, const PendingBrowse& entry)
 
 } // namespace
 
-bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress,
+bool ClientCore::browseNodes(BrowseItems* items, QStringList* warnings, const std::function<void()>& progress,
                              BrowseFetch fetch)
 {
     if (!items || !client || !isConnected())
@@ -235,18 +238,19 @@ bool ClientCore::browseNodes(QList<BrowseItem>* items, QStringList* warnings, co
     QString start = Ua::nodeIdToQString(UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER));
     if (start.isEmpty())
         start = QStringLiteral("i=85");
-    state.workPosition.insert(start, 0);
-    state.work.push_back(PendingBrowse{start, QStringList()});
-    state.queued.insert(start);
+    const NodeTable::Key startNode = items->nodes().add(start);
+    state.workPosition.insert(startNode, 0);
+    state.work.push_back(PendingBrowse{start, startNode, BrowsePathTree::empty});
+    state.mark(startNode, queuedMark);
     state.source->queued(start);
 
     while (!state.work.empty() && !state.stopped) {
         const PendingBrowse entry = std::move(state.work.back());
         state.work.pop_back();
-        state.workPosition.remove(entry.nodeId);
-        if (state.browsed.contains(entry.nodeId))
+        state.workPosition.remove(entry.node);
+        if (state.has(entry.node, browsedMark))
             continue;
-        state.browsed.insert(entry.nodeId);
+        state.mark(entry.node, browsedMark);
         browseOne(state, entry);
     }
     // The server is gone or does not answer: its channel is closed at once, so that the

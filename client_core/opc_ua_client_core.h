@@ -18,11 +18,14 @@
 #include <cstdarg>
 #include <functional>
 
+class BrowseItems;
+
 // The gateway's OPC UA client core: one stack client for one device instance.
 class ClientCore
 {
 public:
-    // One browsed variable that the connector can read or write.
+    // One browsed variable that the connector can read or write, every text spelled out; a walk
+    // holds its items compactly (BrowseItems) and gives this form on request.
     struct BrowseItem
     {
         QString nodeId;
@@ -78,7 +81,7 @@ public:
     // warnings are the same.
     enum class BrowseFetch { OneByOne, Batched };
 
-    bool browseNodes(QList<BrowseItem>* items, QStringList* warnings, const std::function<void()>& progress,
+    bool browseNodes(BrowseItems* items, QStringList* warnings, const std::function<void()>& progress,
                      BrowseFetch fetch = BrowseFetch::OneByOne);
 
     bool readNode(Node* node);

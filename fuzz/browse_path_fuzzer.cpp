@@ -1,4 +1,5 @@
-// Browse names as a server sends them, joined into paths and merged with alternatives.
+// Browse names as a server sends them, joined into paths and merged with alternatives; the walk's
+// path tree must give the joined text of the same names.
 #include "client_core/browse_path.h"
 #include "fuzz/fuzz_input.h"
 
@@ -24,5 +25,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort();
     applyAlternateBrowsePath(&path, nullptr, before);
     applyAlternateBrowsePath(nullptr, &description, alternative);
+
+    BrowsePathTree tree;
+    BrowsePathTree::Ref node = BrowsePathTree::empty;
+    for (const QString& segment : first)
+        node = tree.child(node, segment);
+    if (tree.text(node) != joinBrowsePath(first))
+        std::abort();
     return 0;
 }

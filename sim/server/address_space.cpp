@@ -56,13 +56,18 @@ struct Builder
 
     bool object(const QByteArray& id, const UA_NodeId& parent, bool folder = true)
     {
+        return namedObject(id, parent, leafName(id), leafName(id), folder);
+    }
+
+    bool namedObject(const QByteArray& id, const UA_NodeId& parent, const QByteArray& browseName,
+                     const QByteArray& displayName, bool folder = true)
+    {
         if (!ok)
             return false;
-        const QByteArray name = leafName(id);
         UA_ObjectAttributes attr = UA_ObjectAttributes_default;
-        attr.displayName = UA_LOCALIZEDTEXT(const_cast<char*>("en"), const_cast<char*>(name.constData()));
+        attr.displayName = UA_LOCALIZEDTEXT(const_cast<char*>("en"), const_cast<char*>(displayName.constData()));
         return check(UA_Server_addObjectNode(server, simNode(id), parent, UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-                                             UA_QUALIFIEDNAME(1, const_cast<char*>(name.constData())),
+                                             UA_QUALIFIEDNAME(1, const_cast<char*>(browseName.constData())),
                                              UA_NODEID_NUMERIC(0, folder ? UA_NS0ID_FOLDERTYPE : UA_NS0ID_BASEOBJECTTYPE),
                                              attr, nullptr, nullptr),
                      id);
@@ -71,11 +76,18 @@ struct Builder
     bool variable(const QByteArray& id, const UA_NodeId& parent, const UA_Variant& value, const UA_NodeId& dataType,
                   UA_Byte accessLevel, UA_UInt32 reference = UA_NS0ID_ORGANIZES, bool historizing = false)
     {
+        return namedVariable(id, parent, leafName(id), leafName(id), value, dataType, accessLevel, reference,
+                             historizing);
+    }
+
+    bool namedVariable(const QByteArray& id, const UA_NodeId& parent, const QByteArray& browseName,
+                       const QByteArray& displayName, const UA_Variant& value, const UA_NodeId& dataType,
+                       UA_Byte accessLevel, UA_UInt32 reference = UA_NS0ID_ORGANIZES, bool historizing = false)
+    {
         if (!ok)
             return false;
-        const QByteArray name = leafName(id);
         UA_VariableAttributes attr = UA_VariableAttributes_default;
-        attr.displayName = UA_LOCALIZEDTEXT(const_cast<char*>("en"), const_cast<char*>(name.constData()));
+        attr.displayName = UA_LOCALIZEDTEXT(const_cast<char*>("en"), const_cast<char*>(displayName.constData()));
         attr.value = value;
         attr.dataType = dataType;
         UA_UInt32 dimension = 0;
@@ -92,7 +104,7 @@ struct Builder
         const bool property = reference == UA_NS0ID_HASPROPERTY;
         return check(UA_Server_addVariableNode(
                          server, simNode(id), parent, UA_NODEID_NUMERIC(0, reference),
-                         UA_QUALIFIEDNAME(1, const_cast<char*>(name.constData())),
+                         UA_QUALIFIEDNAME(1, const_cast<char*>(browseName.constData())),
                          UA_NODEID_NUMERIC(0, property ? UA_NS0ID_PROPERTYTYPE : UA_NS0ID_BASEDATAVARIABLETYPE), attr,
                          nullptr, nullptr),
                      id);
@@ -103,6 +115,16 @@ struct Builder
         UA_Variant value;
         UA_Variant_setScalar(&value, &number, &UA_TYPES[UA_TYPES_INT32]);
         return variable(id, parent, value, UA_TYPES[UA_TYPES_INT32].typeId, accessLevel);
+    }
+
+    // One more hierarchical reference to a node that exists already.
+    bool addReference(const QByteArray& from, UA_UInt32 referenceType, const QByteArray& to)
+    {
+        if (!ok)
+            return false;
+        return check(UA_Server_addReference(server, simNode(from), UA_NODEID_NUMERIC(0, referenceType),
+                                            UA_EXPANDEDNODEID_STRING(1, const_cast<char*>(to.constData())), true),
+                     from + " -> " + to);
     }
 };
 
@@ -292,11 +314,7 @@ void addAlias(Builder* b)
     UA_Variant_setScalar(&value, &number, &UA_TYPES[UA_TYPES_INT32]);
     b->variable("Alias.X", simNode("Alias"), value, UA_TYPES[UA_TYPES_INT32].typeId, readAccess,
                 UA_NS0ID_HASCOMPONENT);
-    if (b->ok) {
-        b->check(UA_Server_addReference(b->server, simNode("Alias.B"), UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES),
-                                        UA_EXPANDEDNODEID_STRING(1, const_cast<char*>("Alias.X")), true),
-                 "Alias.B -> Alias.X");
-    }
+    b->addReference("Alias.B", UA_NS0ID_ORGANIZES, "Alias.X");
 }
 
 void addProperties(Builder* b)
@@ -341,6 +359,82 @@ void addEmpty(Builder* b)
     b->object("Empty", UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER));
     b->object("Empty.A", simNode("Empty"), false);
     b->object("Empty.B", simNode("Empty"), false);
+}
+
+// Names as real servers have them: beyond ASCII (also beyond the 16-bit plane), differing
+// only in case, with blanks, quotes and control characters, segments the browse path drops,
+// and variables and folders reached on several paths.
+void addNames(Builder* b)
+{
+    const UA_NodeId objects = UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER);
+    b->object("Names", objects);
+    const UA_NodeId names = simNode("Names");
+    UA_Int32 number = 5;
+    UA_Variant scalar;
+    UA_Variant_setScalar(&scalar, &number, &UA_TYPES[UA_TYPES_INT32]);
+    UA_Int32 numbers[2] = {1, 2};
+    UA_Variant array;
+    UA_Variant_setArray(&array, numbers, 2, &UA_TYPES[UA_TYPES_INT32]);
+    const UA_NodeId int32 = UA_TYPES[UA_TYPES_INT32].typeId;
+    const auto named = [&](const QByteArray& id, const UA_NodeId& parent, const QByteArray& browseName,
+                           const QByteArray& displayName, UA_Byte access = readAccess) {
+        return b->namedVariable(id, parent, browseName, displayName, scalar, int32, access);
+    };
+
+    // Beyond ASCII. U+FF21 and U+1F525 sort one way as UTF-16 and the other way as UTF-8.
+    named("Names.K\xc3\xbchlwasser", names, "K\xc3\xbchlwasser", "K\xc3\xbchlwasser");
+    named("Names.\xe6\xb8\xa9\xe5\xba\xa6", names, "\xe6\xb8\xa9\xe5\xba\xa6", "\xe6\xb8\xa9\xe5\xba\xa6");
+    named("Names.\xf0\x9f\x94\xa5", names, "\xf0\x9f\x94\xa5 Feuer", "\xf0\x9f\x94\xa5");
+    named("Names.\xef\xbc\xa1", names, "\xef\xbc\xa1", "\xef\xbc\xa1");
+    named("Names.\xc3\x84", names, "\xc3\x84", "\xc3\x84");
+    named("Names.\xc3\xa4", names, "\xc3\xa4", "\xc3\xa4", readWriteAccess);
+    named("Names.b", names, "b", "b");
+    // Identifiers that differ only in case.
+    b->object("Names.Case", names);
+    b->object("Names.case", names);
+    named("Names.Case.x", simNode("Names.Case"), "x", "x");
+    named("Names.Case.X", simNode("Names.Case"), "X", "X", readWriteAccess);
+    named("Names.case.x", simNode("Names.case"), "x", "x");
+    // Texts that JSON escapes, blanks the path trims, a dot inside a name.
+    named("Names.Quote", names, "say \"hi\" \\ there", "Quote");
+    named("Names.Tab", names, "tab\there", "Tab");
+    named("Names.Control", names, "bell\x01\x7f", "Control");
+    named("Names.Padded", names, "  Padded\t", "Padded");
+    named("Names.Dotted", names, "a.b", "Dotted");
+    // A folder whose name is blank drops out of the path of its children.
+    b->namedObject("Names.Blank", names, "   ", "Blank");
+    named("Names.Blank.V", simNode("Names.Blank"), "V", "V");
+    // Right below Objects, a leading "Objects" or "Root" drops out of the path: a variable
+    // named so is listed by its display name, or by its browse name without one.
+    b->namedObject("NamesObjects", objects, "Objects", "Objects");
+    named("NamesObjects.V", simNode("NamesObjects"), "V", "V");
+    named("NamesRoot", objects, "Root", "Root display");
+    named("NamesRootBare", objects, "ROOT", "");
+
+    // One variable (an array) on many paths: deeper, shallower, equally deep and longer, the
+    // same path twice, and a path already named in its description.
+    b->object("Names.Q", names);
+    b->object("Names.Q.R", simNode("Names.Q"));
+    b->object("Names.P", names);
+    b->namedObject("Names.Longer", names, "Longer", "Longer");
+    b->namedVariable("Names.Shared", names, "Shared", "Shared", array, int32, readAccess, UA_NS0ID_HASCOMPONENT);
+    b->addReference("Names.Q.R", UA_NS0ID_ORGANIZES, "Names.Shared");
+    b->addReference("Names.Q", UA_NS0ID_ORGANIZES, "Names.Shared");
+    b->addReference("Names.Q", UA_NS0ID_HASCOMPONENT, "Names.Shared");
+    b->addReference("Names.P", UA_NS0ID_ORGANIZES, "Names.Shared");
+    b->addReference("Names.Longer", UA_NS0ID_ORGANIZES, "Names.Shared");
+    // Two paths beyond ASCII of equal depth: "K\u00fchlung" is the longer in characters (7 to
+    // 3), "\u6e29\u5ea6\u8ba1" in UTF-8 bytes (9 to 8).
+    b->namedObject("Names.K\xc3\xbchlung", names, "K\xc3\xbchlung", "K\xc3\xbchlung");
+    b->namedObject("Names.\xe6\xb8\xa9\xe5\xba\xa6\xe8\xae\xa1", names, "\xe6\xb8\xa9\xe5\xba\xa6\xe8\xae\xa1",
+                   "\xe6\xb8\xa9\xe5\xba\xa6\xe8\xae\xa1");
+    named("Names.Geteilt", simNode("Names.K\xc3\xbchlung"), "Geteilt", "Geteilt");
+    b->addReference("Names.\xe6\xb8\xa9\xe5\xba\xa6\xe8\xae\xa1", UA_NS0ID_ORGANIZES, "Names.Geteilt");
+    // A folder reached twice before it is browsed: its children take its better path.
+    b->object("Names.D", names);
+    b->addReference("Names.Q", UA_NS0ID_ORGANIZES, "Names.D");
+    b->addReference("Names.Q.R", UA_NS0ID_ORGANIZES, "Names.D");
+    named("Names.D.V", simNode("Names.D"), "V", "V");
 }
 
 void addSynthetic(Builder* b, int count, int folderSize)
@@ -470,6 +564,7 @@ bool buildAddressSpace(UA_Server* server, const Scenario& scenario, QString* err
         {"derived", [&] { addDerived(&builder, space.derivedChildren); }},
         {"history", [&] { addHistory(&builder); }},
         {"empty", [&] { addEmpty(&builder); }},
+        {"names", [&] { addNames(&builder); }},
     };
     for (const auto& preset : presets) {
         if (hasPreset(scenario, QString::fromLatin1(preset.first)))

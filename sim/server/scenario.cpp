@@ -12,7 +12,7 @@ namespace {
 const QStringList allPresets = {"types",      "writable", "unsupported", "access", "alias",
                                 "properties", "deep",     "many",        "history", "empty"};
 // Presets that "all" leaves out: what they add would change the walks of every "all" scenario.
-const QStringList namedOnlyPresets = {"derived"};
+const QStringList namedOnlyPresets = {"derived", "names"};
 
 // Typos in a scenario would silently test something else, so unknown keys are errors.
 bool onlyKnownKeys(const QJsonObject& object, const QStringList& known, const QString& where, QString* error)

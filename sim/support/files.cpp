@@ -35,6 +35,13 @@ QByteArray indentedJson(const QJsonObject& object)
     return QJsonDocument(object).toJson(QJsonDocument::Indented);
 }
 
+QByteArray indentedJsonAtDepth(const QJsonObject& object, int depth)
+{
+    QByteArray text = indentedJson(object);
+    text.chop(1);   // the document's closing line break
+    return text.replace("\n", "\n" + QByteArray(4 * depth, ' '));
+}
+
 unsigned fileMode(const QString& path)
 {
     struct stat status {};

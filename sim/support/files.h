@@ -15,5 +15,8 @@ unsigned fileMode(const QString& path);
 
 // The exact bytes discover writes for a result object: indented JSON.
 QByteArray indentedJson(const QJsonObject& object);
+// The object as the JSON library indents it when it stands `depth` levels down in a document,
+// from its opening brace to its closing one.
+QByteArray indentedJsonAtDepth(const QJsonObject& object, int depth);
 
 } // namespace test_support

@@ -1,3 +1,4 @@
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/sim_fixture.h"
 #include "sim/support/process_runner.h"
@@ -24,7 +25,9 @@ struct Browse
 Browse browse(ClientCore& core)
 {
     Browse out;
-    out.result = core.browseNodes(&out.items, &out.warnings, [&out] { ++out.progressCalls; });
+    BrowseItems items;
+    out.result = core.browseNodes(&items, &out.warnings, [&out] { ++out.progressCalls; });
+    out.items = expandedItems(items);
     return out;
 }
 
@@ -295,8 +298,9 @@ TEST(ClientCoreBrowse, NullWarningsPointerGivesTheSameItems)
     ASSERT_TRUE(core.isConnected());
     const Browse withWarnings = browse(core);
     ASSERT_FALSE(withWarnings.warnings.isEmpty());
-    QList<ClientCore::BrowseItem> items;
-    EXPECT_TRUE(core.browseNodes(&items, nullptr, {}));
+    BrowseItems walked;
+    EXPECT_TRUE(core.browseNodes(&walked, nullptr, {}));
+    const QList<ClientCore::BrowseItem> items = expandedItems(walked);
     ASSERT_EQ(items.size(), withWarnings.items.size());
     for (int i = 0; i < items.size(); ++i) {
         EXPECT_EQ(items[i].nodeId, withWarnings.items[i].nodeId);
@@ -314,10 +318,11 @@ TEST(ClientCoreBrowse, ResultsAndWarningsOfAnEarlierCallAreCleared)
     DeviceInstancePlugin plugin = simPlugin(sim);
     ClientCore core(plugin, QString(), "tests", 5000);
     ASSERT_TRUE(core.isConnected());
-    QList<ClientCore::BrowseItem> items{ClientCore::BrowseItem()};
+    BrowseItems items;
+    items.append(items.nodes().add("ns=1;s=Old"), BrowsePathTree::empty, Ua::supportedTypes()[0], true, false, false);
     QStringList warnings{"old"};
     EXPECT_TRUE(core.browseNodes(&items, &warnings, {}));
     EXPECT_EQ(items.size(), 1);
-    EXPECT_EQ(items[0].nodeId, "ns=1;s=Alias.X");
+    EXPECT_EQ(items.at(0).nodeId, "ns=1;s=Alias.X");
     EXPECT_TRUE(warnings.isEmpty());
 }

@@ -3,6 +3,7 @@
 // servers that limit or punish large requests, and on another stack.
 
 #include "client_core/continuation_guard.h"
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/sim_fixture.h"
 #include "sim/support/process_runner.h"
@@ -32,7 +33,9 @@ struct Walk
 Walk walk(ClientCore& core, ClientCore::BrowseFetch fetch)
 {
     Walk out;
-    out.result = core.browseNodes(&out.items, &out.warnings, [&out] { ++out.progressCalls; }, fetch);
+    BrowseItems items;
+    out.result = core.browseNodes(&items, &out.warnings, [&out] { ++out.progressCalls; }, fetch);
+    out.items = expandedItems(items);
     return out;
 }
 

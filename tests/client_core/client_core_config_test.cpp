@@ -1,3 +1,4 @@
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
@@ -342,7 +343,7 @@ TEST(ClientConnection, MissingClientMakesBrowseFail)
     DeviceInstancePlugin plugin = offlinePlugin("1", noneUri);
     ClientCore first(plugin, QString(), "tests", 0);
     ClientCore second(std::move(first));
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems items;
     EXPECT_FALSE(first.browseNodes(&items, nullptr, {}));
     EXPECT_FALSE(second.browseNodes(&items, nullptr, {}));
     EXPECT_FALSE(second.browseNodes(nullptr, nullptr, {}));

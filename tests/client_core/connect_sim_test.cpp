@@ -1,3 +1,4 @@
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
@@ -55,8 +56,8 @@ QString filesPathOf(const QTemporaryDir& dir)
 
 bool browsesAlias(ClientCore& core)
 {
-    QList<ClientCore::BrowseItem> items;
-    return core.browseNodes(&items, nullptr, {}) && items.size() == 1 && items[0].nodeId == "ns=1;s=Alias.X";
+    BrowseItems items;
+    return core.browseNodes(&items, nullptr, {}) && items.size() == 1 && items.at(0).nodeId == "ns=1;s=Alias.X";
 }
 
 // Connects with the client certificate and key under the given names, in security mode

@@ -1,3 +1,4 @@
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/certificates.h"
 #include "tests/client_core/message_capture.h"
@@ -44,9 +45,10 @@ TEST(ClientCorePeer, BrowsesThePlantOfAnotherStack)
     DeviceInstancePlugin plugin = peerPlugin(peer, "1", noneUri);
     ClientCore core(plugin, QString(), "tests", 10000);
     ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems walked;
     QStringList warnings;
-    ASSERT_TRUE(core.browseNodes(&items, &warnings, {}));
+    ASSERT_TRUE(core.browseNodes(&walked, &warnings, {}));
+    const QList<ClientCore::BrowseItem> items = expandedItems(walked);
     const auto found = byId(items);
 
     ASSERT_TRUE(found.contains("ns=1;s=Plant.Line1.Press.Temperature"));

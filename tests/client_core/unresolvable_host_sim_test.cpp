@@ -3,6 +3,7 @@
 // defines getaddrinfo itself, which takes precedence over the C library's for the whole process,
 // records each name and answers only loopback addresses, so no lookup ever leaves the machine.
 
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "ua/holders.h"
 #include "tests/client_core/certificates.h"
@@ -128,10 +129,10 @@ TEST(UnresolvableAdvertisedHost, AnonymousConnectionStaysOnTheGivenAddress)
     EXPECT_EQ(advertisedDiscoveryUrls(core).join(' ').toStdString(),
               QStringLiteral("opc.tcp://plc-7.invalid:%1/plc").arg(sim.port()).toStdString());
     expectOnlyLoopbackLookups(lookups);
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems items;
     EXPECT_TRUE(core.browseNodes(&items, nullptr, {}));
     ASSERT_EQ(items.size(), 1);
-    EXPECT_EQ(items[0].nodeId, "ns=1;s=Alias.X");
+    EXPECT_EQ(items.at(0).nodeId, "ns=1;s=Alias.X");
     // The stack's complaint about the differing endpoint URL is noise and stays out of the log.
     EXPECT_TRUE(capture.texts().isEmpty()) << capture.texts().join('\n').toStdString();
 }
@@ -156,7 +157,7 @@ TEST(UnresolvableAdvertisedHost, EncryptedConnectionStaysOnTheGivenAddress)
     EXPECT_EQ(advertisedDiscoveryUrls(core).join(' ').toStdString(),
               QStringLiteral("opc.tcp://plc-7.invalid:%1/plc").arg(sim.port()).toStdString());
     expectOnlyLoopbackLookups(lookups);
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems items;
     EXPECT_TRUE(core.browseNodes(&items, nullptr, {}));
     EXPECT_EQ(items.size(), 1);
 }

@@ -78,19 +78,23 @@ QJsonObject record(int i)
                                                            {"nested", QJsonObject{{"deeper", QJsonArray{1, "two", QJsonArray{QJsonObject()}}}}}}}};
 }
 
-QByteArray compactRecord(int i)
+void appendRecord(int i, JsonLayout layout, QByteArray* out)
 {
-    return QJsonDocument(record(i)).toJson(QJsonDocument::Compact);
+    if (layout == JsonLayout::Compact)
+        out->append(QJsonDocument(record(i)).toJson(QJsonDocument::Compact));
+    else
+        out->append(test_support::indentedJsonAtDepth(record(i), itemRecordDepth));
 }
 
 // The same result with its records held in it, as the JSON library writes it.
-QByteArray wholeDocument(QJsonObject result, int count)
+QByteArray wholeDocument(QJsonObject result, int count, JsonLayout layout = JsonLayout::Indented)
 {
     QJsonArray items;
     for (int i = 0; i < count; ++i)
         items.append(record(i));
     result.insert("items", items);
-    return QJsonDocument(result).toJson(QJsonDocument::Indented);
+    return QJsonDocument(result).toJson(layout == JsonLayout::Indented ? QJsonDocument::Indented
+                                                                       : QJsonDocument::Compact);
 }
 
 QJsonObject envelope()
@@ -106,36 +110,65 @@ QJsonObject envelope()
 
 } // namespace
 
-TEST(WriteResultWithItems, BytesEqualTheWholeDocumentIndented)
+TEST(WriteItemsDocument, BytesEqualTheWholeDocumentIndented)
 {
     for (int count : {0, 1, 2, 7, 3000}) {
         QTemporaryDir dir;
         const QString path = dir.filePath("out.json");
         QString error;
-        ASSERT_TRUE(writeResultWithItems(envelope(), count, compactRecord, path, &error)) << error.toStdString();
+        ASSERT_TRUE(writeItemsDocument(
+            itemsDocument(envelope(), JsonLayout::Indented), count,
+            [](int i, QByteArray* out) { appendRecord(i, JsonLayout::Indented, out); }, path,
+            AtomicFile::Durability::Synced, &error))
+            << error.toStdString();
         EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count)) << count;
         EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.json"});
     }
 }
 
-TEST(WriteResultWithItems, MakesEachRecordOnceInOrder)
+TEST(WriteItemsDocument, BytesEqualTheWholeDocumentCompact)
+{
+    for (int count : {0, 1, 2, 7, 3000}) {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("out.json");
+        QString error;
+        ASSERT_TRUE(writeItemsDocument(
+            itemsDocument(envelope(), JsonLayout::Compact), count,
+            [](int i, QByteArray* out) { appendRecord(i, JsonLayout::Compact, out); }, path,
+            AtomicFile::Durability::Unsynced, &error))
+            << error.toStdString();
+        EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count, JsonLayout::Compact)) << count;
+    }
+}
+
+TEST(WriteItemsDocument, MakesEachRecordOnceInOrder)
 {
     QTemporaryDir dir;
     QList<int> asked;
     QString error;
-    ASSERT_TRUE(writeResultWithItems(
-        envelope(), 5, [&asked](int i) { asked.append(i); return compactRecord(i); }, dir.filePath("out.json"), &error));
+    ASSERT_TRUE(writeItemsDocument(
+        itemsDocument(envelope(), JsonLayout::Indented), 5,
+        [&asked](int i, QByteArray* out) {
+            asked.append(i);
+            appendRecord(i, JsonLayout::Indented, out);
+        },
+        dir.filePath("out.json"), AtomicFile::Durability::Synced, &error));
     EXPECT_EQ(asked, (QList<int>{0, 1, 2, 3, 4}));
 }
 
-TEST(WriteResultWithItems, MissingDirectoryIsAnOpenErrorAndNothingIsMade)
+TEST(WriteItemsDocument, MissingDirectoryIsAnOpenErrorAndNothingIsMade)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath("missing/out.json");
     QString error;
     int asked = 0;
-    EXPECT_FALSE(writeResultWithItems(
-        envelope(), 3, [&asked](int i) { ++asked; return compactRecord(i); }, path, &error));
+    EXPECT_FALSE(writeItemsDocument(
+        itemsDocument(envelope(), JsonLayout::Indented), 3,
+        [&asked](int i, QByteArray* out) {
+            ++asked;
+            appendRecord(i, JsonLayout::Indented, out);
+        },
+        path, AtomicFile::Durability::Synced, &error));
     EXPECT_EQ(error, "Unable to open output file: " + path);
     EXPECT_EQ(asked, 0);
 }

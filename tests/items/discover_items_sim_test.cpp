@@ -1,5 +1,8 @@
 // discover_items through the built discover process against the simulator: item records,
 // the request echo, warnings, standard output and a server that goes away mid-browse.
+#include "client_core/browse_items.h"
+#include "client_core/opc_ua_client_core.h"
+#include "framework/device_instance_plugin.h"
 #include "tests/items/items_fixture.h"
 #include "sim/support/files.h"
 
@@ -188,6 +191,112 @@ TEST_F(ItemsJob, ItemsAreSortedWithoutRegardToCase)
     EXPECT_EQ(ids.first(), "ns=1;s=Many.V0");
     EXPECT_EQ(ids.at(1), "ns=1;s=Many.V1");
     EXPECT_EQ(ids.at(2), "ns=1;s=Many.V10");
+}
+
+TEST_F(ItemsJob, NamesBeyondAsciiCaseAndSeveralPathsAreReportedExactly)
+{
+    startSim(presetScenario({"names"}));
+    QJsonObject device = noneDevice(sim_.endpointUrl());
+    device.insert("id", 7);
+    const QJsonObject document = runOk(QJsonObject{{"device", device}});
+    const QJsonArray items = document.value("items").toArray();
+    EXPECT_EQ(document.value("warnings").toArray(), QJsonArray());
+    const auto expect = [&items](const QString& id, const QString& name, const QString& readWrite = "read") {
+        EXPECT_EQ(itemById(items, "ns=1;s=" + id),
+                  itemRecord("7", "ns=1;s=" + id, name, "OPC UA Variable (Int32)", "Int32", readWrite))
+            << id.toStdString();
+    };
+    expect(QStringLiteral("Names.K\u00fchlwasser"), QStringLiteral("Names.K\u00fchlwasser"));
+    expect(QStringLiteral("Names.\u6e29\u5ea6"), QStringLiteral("Names.\u6e29\u5ea6"));
+    const QString fire = QString::fromUtf8("\xf0\x9f\x94\xa5");
+    expect("Names." + fire, "Names." + fire + " Feuer");
+    expect(QStringLiteral("Names.\uff21"), QStringLiteral("Names.\uff21"));
+    expect(QStringLiteral("Names.\u00c4"), QStringLiteral("Names.\u00c4"));
+    expect(QStringLiteral("Names.\u00e4"), QStringLiteral("Names.\u00e4"), "readwrite");
+    expect("Names.b", "Names.b");
+    expect("Names.Case.x", "Names.Case.x");
+    expect("Names.Case.X", "Names.Case.X", "readwrite");
+    expect("Names.case.x", "Names.case.x");
+    expect("Names.Quote", "Names.say \"hi\" \\ there");
+    expect("Names.Tab", "Names.tab\there");
+    expect("Names.Control", "Names.bell\u0001\u007f");
+    expect("Names.Padded", "Names.Padded");
+    expect("Names.Dotted", "Names.a.b");
+    // Names the path leaves out: a blank folder, a leading "Objects", a variable named "Root"
+    // (listed by its display name) or "ROOT" without a display name (by its browse name).
+    expect("Names.Blank.V", "Names.V");
+    expect("NamesObjects.V", "V");
+    expect("NamesRoot", "Root display");
+    expect("NamesRootBare", "ROOT");
+    // Equally deep paths: the longer in characters wins, whichever came first.
+    EXPECT_EQ(itemById(items, "ns=1;s=Names.Geteilt"),
+              itemRecord("7", "ns=1;s=Names.Geteilt", QStringLiteral("Names.K\u00fchlung.Geteilt"),
+                         QStringLiteral("OPC UA Variable (Int32); also Names.\u6e29\u5ea6\u8ba1.Geteilt"), "Int32", "read"));
+    // Reached on five paths: named by the deepest, every other one named once in the description.
+    const QJsonObject shared = itemById(items, "ns=1;s=Names.Shared");
+    EXPECT_EQ(shared.value("name").toString(), "Names.Q.R.Shared");
+    QStringList described = shared.value("description").toString().split("; also ");
+    EXPECT_EQ(described.takeFirst(), "OPC UA Variable (Int32, array)");
+    std::sort(described.begin(), described.end());
+    EXPECT_EQ(described, (QStringList{"Names.Longer.Shared", "Names.P.Shared", "Names.Q.Shared", "Names.Shared"}));
+    EXPECT_TRUE((QStringList{"Names.D.V", "Names.Q.D.V", "Names.Q.R.D.V"})
+                    .contains(itemById(items, "ns=1;s=Names.D.V").value("name").toString()));
+    EXPECT_EQ(items.size(), 22);
+
+    // The order is QString's without regard to case: by UTF-16 code units, so U+1F525 (a
+    // surrogate pair) comes before U+FF21, where UTF-8 bytes would have it the other way round,
+    // and the umlauts come after "b".
+    const QStringList ids = items_test::identifiers(items);
+    for (int i = 1; i < ids.size(); ++i)
+        EXPECT_LE(ids.at(i - 1).compare(ids.at(i), Qt::CaseInsensitive), 0) << ids.at(i).toStdString();
+    EXPECT_LT(ids.indexOf("ns=1;s=Names." + fire), ids.indexOf(QStringLiteral("ns=1;s=Names.\uff21")));
+    EXPECT_LT(ids.indexOf("ns=1;s=Names.b"), ids.indexOf(QStringLiteral("ns=1;s=Names.\u00c4")));
+    EXPECT_LT(ids.indexOf("ns=1;s=Names.b"), ids.indexOf(QStringLiteral("ns=1;s=Names.\u00e4")));
+    // Identifiers that differ only in case stand together, in the order the walk found them.
+    QList<int> caseOnly{ids.indexOf("ns=1;s=Names.Case.x"), ids.indexOf("ns=1;s=Names.Case.X"),
+                        ids.indexOf("ns=1;s=Names.case.x")};
+    std::sort(caseOnly.begin(), caseOnly.end());
+    EXPECT_EQ(caseOnly.last() - caseOnly.first(), 2);
+}
+
+TEST_F(ItemsJob, RecordsEqualThoseMadeHereFromTheReferenceWalk)
+{
+    QJsonObject scenario = presetScenario(
+        {"types", "writable", "unsupported", "access", "alias", "properties", "deep", "many", "empty", "names"});
+    QJsonObject space = scenario.value("address_space").toObject();
+    space.insert("max_references_per_node", 7);
+    space.insert("synthetic_count", 300);
+    space.insert("synthetic_folder_size", 40);
+    scenario.insert("address_space", space);
+    startSim(scenario);
+    QJsonObject device = noneDevice(sim_.endpointUrl());
+    device.insert("id", 7);
+    const QJsonObject document = runOk(QJsonObject{{"device", device}});
+
+    // The walk with one request per question, its items made into records here.
+    DeviceInstancePlugin plugin;
+    plugin.address = sim_.endpointUrl();
+    plugin.settings.insert("security_mode", "1");
+    plugin.settings.insert("security_policies", items_test::kSecurityPolicyNone);
+    ClientCore core(plugin, QString(), "tests", 5000);
+    ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
+    BrowseItems walked;
+    QStringList warnings;
+    ASSERT_TRUE(core.browseNodes(&walked, &warnings, {}, ClientCore::BrowseFetch::OneByOne));
+    QList<ClientCore::BrowseItem> sorted = expandedItems(walked);
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
+        return a.nodeId.compare(b.nodeId, Qt::CaseInsensitive) < 0;
+    });
+    QJsonArray expected;
+    for (const ClientCore::BrowseItem& item : sorted)
+        expected.append(items_test::expectedRecord("7", item));
+    warnings.removeDuplicates();
+    std::sort(warnings.begin(), warnings.end(),
+              [](const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) < 0; });
+
+    EXPECT_EQ(document.value("items").toArray().size(), 33 + 32 + 4 + 1 + 3 + 1 + 100 + 300 + 22);
+    EXPECT_EQ(document.value("items").toArray(), expected);
+    EXPECT_EQ(document.value("warnings").toArray(), QJsonArray::fromStringList(warnings));
 }
 
 TEST_F(ItemsJob, ContinuationPointsDeliverEveryChild)

@@ -1,11 +1,16 @@
 #include "app/device_config.h"
 #include "app/item_records.h"
+#include "tests/items/items_fixture.h"
+#include "sim/support/files.h"
 
 #include <QCryptographicHash>
 #include <QJsonDocument>
 #include <QRandomGenerator>
 
 #include <gtest/gtest.h>
+
+using items_test::addItem;
+using items_test::expectedRecord;
 
 namespace {
 
@@ -27,16 +32,11 @@ QString sha1Part(const QString& identifier)
     return QString::fromLatin1(QCryptographicHash::hash(identifier.toUtf8(), QCryptographicHash::Sha1).toHex().left(16));
 }
 
-ClientCore::BrowseItem item(const QString& nodeId, bool readable = true, bool writable = false)
+// The record of a walk that found only this variable.
+QJsonObject recordOf(const DiscoveryDeviceConfig& c, const QString& nodeId, bool readable, bool writable)
 {
-    ClientCore::BrowseItem result;
-    result.nodeId = nodeId;
-    result.browsePath = "Plant." + nodeId;
-    result.description = "OPC UA Variable (Double)";
-    result.dataType = "Double";
-    result.readable = readable;
-    result.writable = writable;
-    return result;
+    BrowseItems items;
+    return buildItemCandidate(c, items, addItem(&items, nodeId, readable, writable));
 }
 
 } // namespace
@@ -116,7 +116,8 @@ TEST(UidHint, NodePartIsSixteenLowerCaseHexDigits)
 TEST(ItemRecord, AllKeysWithTheirConstants)
 {
     const DiscoveryDeviceConfig c = config(R"({"id":3,"address":"a"})");
-    const QJsonObject record = buildItemCandidate(c, item("ns=2;s=Level"));
+    BrowseItems items;
+    const QJsonObject record = buildItemCandidate(c, items, addItem(&items, "ns=2;s=Level"));
     EXPECT_EQ(record.keys(), (QStringList{"data_type", "description", "external_id", "name", "read_write", "uid_hint", "unit",
                                           "user_defined_fields"}));
     EXPECT_EQ(record.value("external_id").toString(), "ns=2;s=Level");
@@ -134,15 +135,18 @@ TEST(ItemRecord, AllKeysWithTheirConstants)
 TEST(ItemRecord, ReadWriteFromAccess)
 {
     const DiscoveryDeviceConfig c = config(R"({"address":"a"})");
-    EXPECT_EQ(buildItemCandidate(c, item("a", true, true)).value("read_write").toString(), "readwrite");
-    EXPECT_EQ(buildItemCandidate(c, item("a", false, true)).value("read_write").toString(), "write");
-    EXPECT_EQ(buildItemCandidate(c, item("a", true, false)).value("read_write").toString(), "read");
-    EXPECT_EQ(buildItemCandidate(c, item("a", false, false)).value("read_write").toString(), "read");
+    EXPECT_EQ(recordOf(c, "a", true, true).value("read_write").toString(), "readwrite");
+    EXPECT_EQ(recordOf(c, "a", false, true).value("read_write").toString(), "write");
+    EXPECT_EQ(recordOf(c, "a", true, false).value("read_write").toString(), "read");
+    EXPECT_EQ(recordOf(c, "a", false, false).value("read_write").toString(), "read");
 }
 
 TEST(ItemArray, SortedIgnoringCase)
 {
-    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), {item("b"), item("A"), item("a2")});
+    BrowseItems items;
+    for (const char* id : {"b", "A", "a2"})
+        addItem(&items, id);
+    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), items);
     ASSERT_EQ(array.size(), 3);
     EXPECT_EQ(array.at(0).toObject().value("external_id").toString(), "A");
     EXPECT_EQ(array.at(1).toObject().value("external_id").toString(), "a2");
@@ -151,9 +155,14 @@ TEST(ItemArray, SortedIgnoringCase)
 
 TEST(ItemArray, SameNodeTwiceGivesOneRecord)
 {
-    ClientCore::BrowseItem second = item("ns=2;i=7");
-    second.browsePath = "Other.Path";
-    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), {item("ns=2;i=7"), item("ns=2;i=1"), second});
+    BrowseItems items;
+    addItem(&items, "ns=2;i=7");
+    addItem(&items, "ns=2;i=1");
+    // The same node again, on another path: a node has one item.
+    const NodeTable::Key again = items.nodes().add("ns=2;i=7");
+    EXPECT_FALSE(items.append(again, items.paths().child(BrowsePathTree::empty, "Other"), Ua::supportedTypes()[0], true,
+                              false, false));
+    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), items);
     ASSERT_EQ(array.size(), 2);
     EXPECT_EQ(array.at(0).toObject().value("external_id").toString(), "ns=2;i=1");
     EXPECT_EQ(array.at(1).toObject().value("external_id").toString(), "ns=2;i=7");
@@ -161,7 +170,10 @@ TEST(ItemArray, SameNodeTwiceGivesOneRecord)
 
 TEST(ItemArray, IdentifiersDifferingOnlyInCaseAreBothKept)
 {
-    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), {item("ns=1;s=x"), item("ns=1;s=X")});
+    BrowseItems items;
+    addItem(&items, "ns=1;s=x");
+    addItem(&items, "ns=1;s=X");
+    const QJsonArray array = itemArrayFromBrowse(config(R"({"address":"a"})"), items);
     EXPECT_EQ(array.size(), 2);
 }
 
@@ -185,22 +197,36 @@ TEST(ItemRecord, CompactRecordHasTheJsonLibrarysBytes)
     const DiscoveryDeviceConfig configs[] = {config(R"({"id":7,"uid":"u","address":"a"})"),
                                              config(R"({"uid":"Line 4 / Press","address":"a"})"),
                                              config(R"({"address":"opc.tcp://10.0.0.5:4840"})")};
+    const QString deviceParts[] = {"7", "Line_4_Press", "opc_tcp_10_0_0_5_4840"};
     int compared = 0;
-    for (const DiscoveryDeviceConfig& c : configs) {
+    for (int device = 0; device < 3; ++device) {
+        const DiscoveryDeviceConfig& c = configs[device];
+        const ItemRecordContext context = itemRecordContext(c);
         for (const QString& text : texts) {
             for (int access = 0; access < 4; ++access) {
-                ClientCore::BrowseItem variants[4];
-                for (ClientCore::BrowseItem& v : variants) {
-                    v = item(QStringLiteral("ns=2;s=plain"), access & 1, access & 2);
-                }
-                variants[0].nodeId = text;
-                variants[1].browsePath = text;
-                variants[2].description = text;
-                variants[3].dataType = text;
-                for (const ClientCore::BrowseItem& v : variants) {
-                    EXPECT_EQ(compactItemRecord(c, v),
-                              QJsonDocument(buildItemCandidate(c, v)).toJson(QJsonDocument::Compact))
-                        << text.toStdString();
+                // The text as identifier, as a variable's own name, as another path in the
+                // description and as one segment of the path, with every type and array form.
+                for (int variant = 0; variant < 4; ++variant) {
+                    BrowseItems items;
+                    BrowsePathTree& paths = items.paths();
+                    const BrowsePathTree::Ref plant = paths.child(BrowsePathTree::empty, "Plant");
+                    const BrowsePathTree::Ref plain = paths.child(plant, "plain");
+                    const NodeTable::Key node = items.nodes().add(variant == 0 ? text : QStringLiteral("ns=2;s=plain"));
+                    const BrowsePathTree::Ref path =
+                        variant == 1 ? paths.literal(text) : (variant == 3 ? paths.child(plant, text) : plain);
+                    const int row = (4 * access + variant) % 16;
+                    ASSERT_TRUE(items.append(node, path, Ua::supportedTypes()[size_t(row)], access & 1, access & 2,
+                                             row % 2 == 1));
+                    if (variant == 2)
+                        items.offerPath(0, paths.literal(text));
+                    QByteArray compact;
+                    appendItemRecord(context, items, 0, JsonLayout::Compact, &compact);
+                    const QJsonObject expected = expectedRecord(deviceParts[device], items.at(0));
+                    EXPECT_EQ(compact, QJsonDocument(expected).toJson(QJsonDocument::Compact)) << text.toStdString();
+                    QByteArray indented;
+                    appendItemRecord(context, items, 0, JsonLayout::Indented, &indented);
+                    EXPECT_EQ(indented, test_support::indentedJsonAtDepth(expected, itemRecordDepth)) << text.toStdString();
+                    EXPECT_EQ(buildItemCandidate(c, items, 0), expected);
                     ++compared;
                 }
             }
@@ -222,8 +248,14 @@ TEST(ItemArray, IdentifierOrderIsQtsCaseInsensitiveOrder)
             text += alphabet.at(int(random.bounded(alphabet.size())));
         texts.append(text);
     }
-    for (const QString& a : texts) {
-        for (const QString& b : texts)
-            ASSERT_EQ(itemIdentifierLess(a, b), a.compare(b, Qt::CaseInsensitive) < 0) << a.toStdString() << " " << b.toStdString();
+    // As the walk holds identifiers: UTF-8 of what the stack gave, which has no lone surrogates.
+    QList<QByteArray> held;
+    for (const QString& text : texts)
+        held.append(text.toUtf8());
+    for (const QByteArray& a : held) {
+        const QString qa = utf8View(a).toQString();
+        for (const QByteArray& b : held)
+            ASSERT_EQ(itemIdentifierLess(utf8View(a), utf8View(b)), qa.compare(utf8View(b).toQString(), Qt::CaseInsensitive) < 0)
+                << a.toStdString() << " " << b.toStdString();
     }
 }

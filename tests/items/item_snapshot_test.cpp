@@ -1,8 +1,10 @@
-// Progress snapshots of discover_items: built piece by piece, they must always equal the
-// compact JSON of the result built from scratch over the same items.
+// Progress snapshots of discover_items: written as the items grow, each must equal the compact
+// JSON of the result built from scratch over the same items.
 #include "app/item_records.h"
 #include "app/item_snapshot.h"
 #include "app/result_envelope.h"
+#include "tests/items/items_fixture.h"
+#include "sim/support/files.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -14,7 +16,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
+
+const QString devicePart = QStringLiteral("7");
 
 DiscoveryDeviceConfig deviceConfig()
 {
@@ -30,123 +36,152 @@ QJsonObject itemsRequest()
                        {"device", QJsonObject{{"id", 7}, {"address", "opc.tcp://10.0.0.5:4840"}, {"note", "\"quoted\" \\ é"}}}};
 }
 
-ClientCore::BrowseItem browseItem(const QString& nodeId, const QString& path)
+const Ua::SupportedType& int32Type()
 {
-    ClientCore::BrowseItem item;
-    item.nodeId = nodeId;
-    item.browsePath = path;
-    item.dataType = QStringLiteral("Int32");
-    item.description = QStringLiteral("OPC UA Variable (Int32)");
-    return item;
+    return *Ua::supportedTypeOfKind(UA_DATATYPEKIND_INT32);
 }
 
-QByteArray fromScratch(const DiscoveryDeviceConfig& config, const QJsonObject& request,
-                       const QList<ClientCore::BrowseItem>& items, const QStringList& warnings)
+// A variable found at a path of dotted segments, or met again there when it was found before.
+void browseItem(BrowseItems* items, const QString& nodeId, const QString& path, const Ua::SupportedType& type,
+                bool readable = true, bool writable = false)
 {
-    return QJsonDocument(buildResult(QStringLiteral("discover_items"), request, itemArrayFromBrowse(config, items),
-                                     warningArrayFrom(warnings)))
+    BrowsePathTree::Ref at = BrowsePathTree::empty;
+    for (const QString& segment : path.split('.'))
+        at = items->paths().child(at, segment);
+    const NodeTable::Key node = items->nodes().add(nodeId);
+    if (items->itemOf(node) >= 0)
+        items->offerPath(items->itemOf(node), at);
+    else
+        items->append(node, at, type, readable, writable, false);
+}
+
+// Sorted and written here, record by record from the items' texts.
+QByteArray fromScratch(const QJsonObject& request, const BrowseItems& items, const QStringList& warnings)
+{
+    QList<ClientCore::BrowseItem> sorted = expandedItems(items);
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
+        return a.nodeId.compare(b.nodeId, Qt::CaseInsensitive) < 0;
+    });
+    QJsonArray records;
+    for (const ClientCore::BrowseItem& item : sorted)
+        records.append(items_test::expectedRecord(devicePart, item));
+    return QJsonDocument(buildResult(QStringLiteral("discover_items"), request, records, warningArrayFrom(warnings)))
         .toJson(QJsonDocument::Compact);
+}
+
+// Writes the next snapshot and gives the file's bytes.
+QByteArray snapshotFile(ItemSnapshot* snapshot, ItemOrder* order, const QJsonObject& request, const BrowseItems& items,
+                        const QStringList& warnings)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("snapshot.json");
+    EXPECT_TRUE(writeItemSnapshot(snapshot, itemRecordContext(deviceConfig()), request, items, warnings, order, path));
+    return test_support::readFile(path);
 }
 
 } // namespace
 
 TEST(ItemSnapshot, EmptyBrowseIsTheEmptyResult)
 {
-    const DiscoveryDeviceConfig config = deviceConfig();
     ItemSnapshot snapshot;
-    updateItemSnapshot(&snapshot, config, itemsRequest(), {}, {});
-    EXPECT_EQ(itemSnapshotJson(snapshot), fromScratch(config, itemsRequest(), {}, {}));
+    ItemOrder order;
+    const BrowseItems items;
+    EXPECT_EQ(snapshotFile(&snapshot, &order, itemsRequest(), items, {}), fromScratch(itemsRequest(), items, {}));
 }
 
 TEST(ItemSnapshot, RequestWithoutExtrasStillMatches)
 {
-    const DiscoveryDeviceConfig config = deviceConfig();
-    const QList<ClientCore::BrowseItem> items{browseItem("ns=1;s=B", "B"), browseItem("ns=1;s=a", "a")};
+    BrowseItems items;
+    browseItem(&items, "ns=1;s=B", "B", int32Type());
+    browseItem(&items, "ns=1;s=a", "a", int32Type());
     ItemSnapshot snapshot;
-    updateItemSnapshot(&snapshot, config, QJsonObject(), items, {});
-    EXPECT_EQ(itemSnapshotJson(snapshot), fromScratch(config, QJsonObject(), items, {}));
+    ItemOrder order;
+    EXPECT_EQ(snapshotFile(&snapshot, &order, QJsonObject(), items, {}), fromScratch(QJsonObject(), items, {}));
 }
 
 TEST(ItemSnapshot, GrowingBrowseMatchesAFreshBuildEveryTime)
 {
-    const DiscoveryDeviceConfig config = deviceConfig();
     const QJsonObject request = itemsRequest();
     QRandomGenerator random(4840);
     const QStringList stems{"b", "A", "a2", "Tank\"1\\Level", "Ünit", "tab\there", "x\u0001y", "Δp"};
-    QList<ClientCore::BrowseItem> items;
+    const Ua::SupportedType& doubleType = *Ua::supportedTypeOfKind(UA_DATATYPEKIND_DOUBLE);
+    const Ua::SupportedType& textType = *Ua::supportedTypeOfKind(UA_DATATYPEKIND_LOCALIZEDTEXT);
+    BrowseItems items;
     QStringList warnings;
     ItemSnapshot snapshot;
+    ItemOrder order;
     for (int round = 0; round < 60; ++round) {
         const int added = int(random.bounded(1, 25));
         for (int i = 0; i < added; ++i) {
             const QString stem = stems.at(int(random.bounded(stems.size())));
-            // Identifiers that repeat exactly, and ones that differ only in case.
+            // Identifiers met again (on another path), and ones that differ only in case.
             const int number = int(random.bounded(200));
             QString nodeId = QStringLiteral("ns=1;s=%1.%2").arg(stem, QString::number(number));
             if (random.bounded(4) == 0)
                 nodeId = nodeId.toUpper();
-            ClientCore::BrowseItem item = browseItem(nodeId, stem + QStringLiteral(".V") + QString::number(number));
-            item.readable = random.bounded(3) != 0;
-            item.writable = random.bounded(2) == 0;
-            item.dataType = random.bounded(2) ? QStringLiteral("Double") : QStringLiteral("LocalizedText");
-            items.append(item);
+            const QString path = (random.bounded(3) == 0 ? QStringLiteral("Other.") : QString()) + stem
+                + QStringLiteral(".V") + QString::number(number);
+            browseItem(&items, nodeId, path, random.bounded(2) ? doubleType : textType, random.bounded(3) != 0,
+                       random.bounded(2) == 0);
         }
         // A variable found again on a deeper path changes name and description in place.
-        if (!items.isEmpty() && random.bounded(3) == 0) {
-            ClientCore::BrowseItem& changed = items[int(random.bounded(items.size()))];
-            changed.description += QStringLiteral("; also ") + changed.browsePath;
-            changed.browsePath = QStringLiteral("Deeper.") + changed.browsePath;
+        if (items.size() > 0 && random.bounded(3) == 0) {
+            const BrowseItems::Item changed = BrowseItems::Item(random.bounded(items.size()));
+            browseItem(&items, items.nodeId(changed).toQString(), QStringLiteral("Deeper.") + items.browsePath(changed),
+                       doubleType);
         }
         if (random.bounded(2) == 0)
             warnings.append(QStringLiteral("Skipping ns=1;s=W%1 because it is neither readable nor writable")
                                 .arg(random.bounded(10)));
-        updateItemSnapshot(&snapshot, config, request, items, warnings);
-        ASSERT_EQ(itemSnapshotJson(snapshot), fromScratch(config, request, items, warnings)) << "round " << round;
+        ASSERT_EQ(snapshotFile(&snapshot, &order, request, items, warnings), fromScratch(request, items, warnings))
+            << "round " << round;
     }
 }
 
 TEST(ItemSnapshot, ShrunkOrReplacedBrowseStartsOver)
 {
-    const DiscoveryDeviceConfig config = deviceConfig();
     const QJsonObject request = itemsRequest();
     ItemSnapshot snapshot;
-    QList<ClientCore::BrowseItem> items{browseItem("ns=1;s=A", "A"), browseItem("ns=1;s=B", "B"),
-                                        browseItem("ns=1;s=C", "C")};
-    updateItemSnapshot(&snapshot, config, request, items, {});
+    ItemOrder order;
+    BrowseItems items;
+    for (const char* id : {"A", "B", "C"})
+        browseItem(&items, QStringLiteral("ns=1;s=%1").arg(id), id, int32Type());
+    snapshotFile(&snapshot, &order, request, items, {});
 
-    items.removeLast();
-    updateItemSnapshot(&snapshot, config, request, items, {});
-    EXPECT_EQ(itemSnapshotJson(snapshot), fromScratch(config, request, items, {}));
+    // Another walk into the same items: fewer of them.
+    items.clear();
+    for (const char* id : {"A", "B"})
+        browseItem(&items, QStringLiteral("ns=1;s=%1").arg(id), id, int32Type());
+    EXPECT_EQ(snapshotFile(&snapshot, &order, request, items, {}), fromScratch(request, items, {}));
 
-    items[0] = browseItem("ns=1;s=Z", "Z");
-    items.append(browseItem("ns=1;s=A", "A"));
-    updateItemSnapshot(&snapshot, config, request, items, {"w"});
-    EXPECT_EQ(itemSnapshotJson(snapshot), fromScratch(config, request, items, {"w"}));
+    // And another one with others, more than before.
+    items.clear();
+    for (const char* id : {"Z", "B", "A", "C"})
+        browseItem(&items, QStringLiteral("ns=1;s=%1").arg(id), id, int32Type());
+    EXPECT_EQ(snapshotFile(&snapshot, &order, request, items, {"w"}), fromScratch(request, items, {"w"}));
 }
 
 TEST(ItemSnapshot, FileHoldsExactlyTheSnapshot)
 {
-    QTemporaryDir dir;
-    const DiscoveryDeviceConfig config = deviceConfig();
-    QList<ClientCore::BrowseItem> items;
+    BrowseItems items;
     for (int i = 0; i < 3000; ++i)
-        items.append(browseItem(QStringLiteral("ns=1;s=Synthetic.V%1").arg(i), QStringLiteral("Synthetic.V%1").arg(i)));
+        browseItem(&items, QStringLiteral("ns=1;s=Synthetic.V%1").arg(i), QStringLiteral("Synthetic.V%1").arg(i),
+                   int32Type());
     ItemSnapshot snapshot;
-    updateItemSnapshot(&snapshot, config, itemsRequest(), items, {"b", "A", "b", "a"});
-
-    const QString path = dir.filePath("snapshot.json");
-    ASSERT_TRUE(writeItemSnapshot(snapshot, path));
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    EXPECT_EQ(file.readAll(), fromScratch(config, itemsRequest(), items, {"b", "A", "b", "a"}));
+    ItemOrder order;
+    EXPECT_EQ(snapshotFile(&snapshot, &order, itemsRequest(), items, {"b", "A", "b", "a"}),
+              fromScratch(itemsRequest(), items, {"b", "A", "b", "a"}));
 }
 
 TEST(ItemSnapshot, MissingDirectoryFailsQuietly)
 {
     QTemporaryDir dir;
     ItemSnapshot snapshot;
-    updateItemSnapshot(&snapshot, deviceConfig(), itemsRequest(), {browseItem("ns=1;s=A", "A")}, {});
-    EXPECT_FALSE(writeItemSnapshot(snapshot, dir.filePath("missing/snapshot.json")));
+    ItemOrder order;
+    BrowseItems items;
+    browseItem(&items, "ns=1;s=A", "A", int32Type());
+    EXPECT_FALSE(writeItemSnapshot(&snapshot, itemRecordContext(deviceConfig()), itemsRequest(), items, {}, &order,
+                                   dir.filePath("missing/snapshot.json")));
     EXPECT_FALSE(QDir(dir.filePath("missing")).exists());
 }
 

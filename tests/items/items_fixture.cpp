@@ -40,6 +40,22 @@ QJsonObject itemRecord(const QString& devicePart, const QString& identifier, con
                                                            {"history_no_value_handling", "0"}}}};
 }
 
+QJsonObject expectedRecord(const QString& devicePart, const ClientCore::BrowseItem& item)
+{
+    const QString readWrite = item.writable ? (item.readable ? "readwrite" : "write") : "read";
+    return itemRecord(devicePart, item.nodeId, item.browsePath, item.description, item.dataType, readWrite);
+}
+
+BrowseItems::Item addItem(BrowseItems* items, const QString& identifier, bool readable, bool writable)
+{
+    BrowsePathTree& paths = items->paths();
+    const NodeTable::Key node = items->nodes().add(identifier);
+    const Ua::SupportedType* type = Ua::supportedTypeOfKind(UA_DATATYPEKIND_DOUBLE);
+    items->append(node, paths.child(paths.child(BrowsePathTree::empty, "Plant"), identifier), *type, readable, writable,
+                  false);
+    return items->itemOf(node);
+}
+
 QJsonObject itemById(const QJsonArray& items, const QString& identifier)
 {
     for (const QJsonValue& item : items) {

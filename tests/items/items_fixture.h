@@ -1,5 +1,6 @@
 #pragma once
 
+#include "client_core/browse_items.h"
 #include "sim/support/process_runner.h"
 #include "sim/support/sim_server.h"
 
@@ -25,6 +26,12 @@ QString uidHint(const QString& devicePart, const QString& identifier);
 // The complete item record that the job reports for one variable.
 QJsonObject itemRecord(const QString& devicePart, const QString& identifier, const QString& name,
                        const QString& description, const QString& dataType, const QString& readWrite);
+
+// The record for an item, made here from its texts.
+QJsonObject expectedRecord(const QString& devicePart, const ClientCore::BrowseItem& item);
+
+// One variable as a walk holds it: at the path "Plant.<identifier>", a scalar Double.
+BrowseItems::Item addItem(BrowseItems* items, const QString& identifier, bool readable = true, bool writable = false);
 
 QJsonObject itemById(const QJsonArray& items, const QString& identifier);
 QStringList identifiers(const QJsonArray& items);
