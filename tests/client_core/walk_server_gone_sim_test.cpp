@@ -5,6 +5,7 @@
 // With every request limited to one node both walks send the same requests, and then they
 // give the same items and warnings to the letter.
 
+#include "client_core/browse_items.h"
 #include "client_core/opc_ua_client_core.h"
 #include "tests/client_core/sim_fixture.h"
 #include "sim/support/process_runner.h"
@@ -35,8 +36,11 @@ Walk walk(const SimServer& sim, ClientCore::BrowseFetch fetch)
     DeviceInstancePlugin plugin = simPlugin(sim);
     ClientCore core(plugin, QString(), "tests", timeoutMs);
     Walk out;
-    if (core.isConnected())
-        out.result = core.browseNodes(&out.items, &out.warnings, [] {}, fetch);
+    if (!core.isConnected())
+        return out;
+    BrowseItems items;
+    out.result = core.browseNodes(&items, &out.warnings, [] {}, fetch);
+    out.items = expandedItems(items);
     return out;
 }
 
