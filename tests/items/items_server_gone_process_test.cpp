@@ -23,6 +23,7 @@ namespace {
 
 constexpr int variables = 100000;
 constexpr int timeoutMs = 2000;
+constexpr int fullWalkTimeoutMs = 30000;
 // Far above what the job needs after the fault (a time-out, a drain wait and the write); a job
 // that waits out the lost server node by node never gets near its end within it.
 constexpr int endBoundMs = 60000;
@@ -58,9 +59,11 @@ protected:
         return QJsonObject{{"device", noneDevice(address)}, {"timeout_ms", timeoutMs}};
     }
 
-    // The items of a whole walk, by identifier.
-    QHash<QString, QJsonObject> fullWalk(const QJsonObject& request)
+    // The items of a whole walk, by identifier; with a longer time-out, so that a busy machine
+    // does not cut the reference short.
+    QHash<QString, QJsonObject> fullWalk(QJsonObject request)
     {
+        request.insert("timeout_ms", fullWalkTimeoutMs);
         const QJsonObject document = runOk(request);
         QHash<QString, QJsonObject> items;
         for (const QJsonValue& item : document.value("items").toArray())
@@ -152,9 +155,9 @@ TEST_F(ItemsServerGone, FrozenServer)
     expectPartOfFullWalk(partial, full);
     // The node that timed out is named in the last warning, or in the one before the stop warning.
     const QJsonArray warnings = partial.value("warnings").toArray();
-    ASSERT_GE(warnings.size(), 2);
+    ASSERT_GE(warnings.size(), 1);
     EXPECT_TRUE(warnings[warnings.size() - 1].toString().endsWith(": BadTimeout")
-                || warnings[warnings.size() - 2].toString().endsWith(": BadTimeout"))
+                || (warnings.size() >= 2 && warnings[warnings.size() - 2].toString().endsWith(": BadTimeout")))
         << QJsonDocument(warnings).toJson().constData();
     sim_.thaw();
 }
