@@ -41,8 +41,8 @@ struct ItemOrder
 };
 
 void updateItemOrder(ItemOrder* order, const BrowseItems& items);
-// The order of the records: by node identifier, without regard to case, as QString compares
-// the texts.
+// Whether identifier a comes before b: without regard to case, as QString compares the texts
+// (UTF-16 code units, case folded), not as their UTF-8 bytes would sort.
 bool itemIdentifierLess(Utf8View a, Utf8View b);
 
 // The "items" array in result order.

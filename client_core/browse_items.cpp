@@ -15,8 +15,10 @@ bool BrowseItems::append(NodeTable::Key node, BrowsePathTree::Ref path, const Ua
     if (node >= itemOfNode_.size())
         itemOfNode_.resize(std::max(size_t(node) + 1, size_t(nodes_.size())), -1);
     itemOfNode_[node] = size();
+    const auto row = &type - Ua::supportedTypes().data();
+    Q_ASSERT(row >= 0 && size_t(row) < Ua::supportedTypes().size());
     const quint8 flags = quint8((readable ? readableFlag : 0) | (writable ? writableFlag : 0) | (isArray ? arrayFlag : 0));
-    records_.push_back(Record{node, path, quint8(&type - Ua::supportedTypes().data()), flags});
+    records_.push_back(Record{node, path, quint8(row), flags});
     return true;
 }
 

@@ -33,7 +33,8 @@ public:
     int size() const { return int(records_.size()); }
     // The item of a node, or -1.
     Item itemOf(NodeTable::Key node) const;
-    // A new item of a node that has none (false, and nothing changes, when it has one).
+    // A new item of a node that has none (false, and nothing changes, when it has one); its type
+    // is a row of Ua::supportedTypes().
     bool append(NodeTable::Key node, BrowsePathTree::Ref path, const Ua::SupportedType& type, bool readable,
                 bool writable, bool isArray);
     // The variable was reached again on another path: applyAlternateBrowsePath on its name and

@@ -110,34 +110,21 @@ QJsonObject envelope()
 
 } // namespace
 
-TEST(WriteItemsDocument, BytesEqualTheWholeDocumentIndented)
+TEST(WriteItemsDocument, BytesEqualTheWholeDocumentInEitherLayout)
 {
-    for (int count : {0, 1, 2, 7, 3000}) {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("out.json");
-        QString error;
-        ASSERT_TRUE(writeItemsDocument(
-            itemsDocument(envelope(), JsonLayout::Indented), count,
-            [](int i, QByteArray* out) { appendRecord(i, JsonLayout::Indented, out); }, path,
-            AtomicFile::Durability::Synced, &error))
-            << error.toStdString();
-        EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count)) << count;
-        EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.json"});
-    }
-}
-
-TEST(WriteItemsDocument, BytesEqualTheWholeDocumentCompact)
-{
-    for (int count : {0, 1, 2, 7, 3000}) {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("out.json");
-        QString error;
-        ASSERT_TRUE(writeItemsDocument(
-            itemsDocument(envelope(), JsonLayout::Compact), count,
-            [](int i, QByteArray* out) { appendRecord(i, JsonLayout::Compact, out); }, path,
-            AtomicFile::Durability::Unsynced, &error))
-            << error.toStdString();
-        EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count, JsonLayout::Compact)) << count;
+    for (const JsonLayout layout : {JsonLayout::Indented, JsonLayout::Compact}) {
+        for (int count : {0, 1, 2, 7, 3000}) {
+            QTemporaryDir dir;
+            const QString path = dir.filePath("out.json");
+            QString error;
+            ASSERT_TRUE(writeItemsDocument(
+                itemsDocument(envelope(), layout), count,
+                [layout](int i, QByteArray* out) { appendRecord(i, layout, out); }, path,
+                AtomicFile::Durability::Synced, &error))
+                << error.toStdString();
+            EXPECT_EQ(test_support::readFile(path), wholeDocument(envelope(), count, layout)) << count;
+            EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.json"});
+        }
     }
 }
 
