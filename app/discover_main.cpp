@@ -5,6 +5,7 @@
 #include "app/front_end.h"
 #include "app/request_file.h"
 #include "common/atomic_file.h"
+#include "ua/versions.h"
 
 #include <QCommandLineOption>
 #include <QCommandLineParser>
@@ -12,6 +13,24 @@
 #include <QJsonObject>
 
 #include <csignal>
+#include <cstdio>
+
+namespace {
+
+// After the tool's own line (the one the command-line parser prints), the versions of what
+// it runs with: the OPC UA stack, the TLS library and Qt, each as running and as built with.
+void printVersions()
+{
+    const QString text = QCoreApplication::applicationName() + QLatin1Char(' ') +
+                         QCoreApplication::applicationVersion() + QLatin1Char('\n') + Ua::stackVersionText() +
+                         QLatin1Char('\n') + Ua::tlsVersionText() + QLatin1Char('\n') +
+                         QStringLiteral("Qt %1 (built with Qt %2)\n")
+                             .arg(QString::fromLatin1(qVersion()), QStringLiteral(QT_VERSION_STR));
+    std::fputs(text.toLocal8Bit().constData(), stdout);
+    std::fflush(stdout);
+}
+
+} // namespace
 
 int discoverMain(int argc, char* argv[])
 {
@@ -22,7 +41,7 @@ int discoverMain(int argc, char* argv[])
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("OPC UA client discovery."));
     parser.addHelpOption();
-    parser.addVersionOption();
+    const QCommandLineOption versionOption = parser.addVersionOption();
     const QCommandLineOption modeOption(QStringList{QStringLiteral("m"), QStringLiteral("mode")},
                                         QStringLiteral("Discovery mode: discover_devices or discover_items."),
                                         QStringLiteral("mode"));
@@ -34,6 +53,12 @@ int discoverMain(int argc, char* argv[])
     parser.addOption(modeOption);
     parser.addOption(requestOption);
     parser.addOption(outputOption);
+    // --version, which the parser would answer with the first line alone, wins over every
+    // other option, as it does in the parser.
+    if (parser.parse(app.arguments()) && parser.isSet(versionOption)) {
+        printVersions();
+        return ExitOk;
+    }
     parser.process(app);
     // A file size limit then fails the write (status 7, the old result kept) instead of
     // killing the process.

@@ -2,16 +2,19 @@
 // standard output and the output file.
 #include "sim/support/files.h"
 #include "sim/support/process_runner.h"
+#include "ua/versions.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <openssl/opensslv.h>
 #include <sys/stat.h>
 
 using test_support::ProcessResult;
@@ -386,11 +389,47 @@ TEST_F(FrontEndProcess, HelpDescribesTheOptions)
     EXPECT_TRUE(result.out.contains("Path to a JSON output file. Defaults to stdout."));
 }
 
-TEST_F(FrontEndProcess, VersionIsOnePointZero)
+TEST_F(FrontEndProcess, VersionIsOnePointZeroThenTheStackTlsLibraryAndQt)
 {
     const ProcessResult result = runDiscover({"--version"});
     ASSERT_EQ(result.exitCode, 0);
-    EXPECT_EQ(result.out, QByteArray("discover 1.0\n"));
+    EXPECT_TRUE(result.err.isEmpty()) << result.err.constData();
+    const QStringList lines = QString::fromUtf8(result.out).split('\n');
+    ASSERT_EQ(lines.size(), 5) << result.out.constData();
+    EXPECT_EQ(lines[0], "discover 1.0");
+
+    // The stack: its own version, at least 1.4.18, and Debian's version of the source it was
+    // built from, of the same upstream release.
+    const QRegularExpression stack(
+        R"(^open62541 1\.4\.(\d+) \(Debian source package open62541 (?:\d+:)?1\.4\.(\d+)[^-\s]*-[^\s]+\)$)");
+    const QRegularExpressionMatch stackMatch = stack.match(lines[1]);
+    ASSERT_TRUE(stackMatch.hasMatch()) << lines[1].toStdString();
+    EXPECT_GE(stackMatch.captured(1).toInt(), 18);
+    EXPECT_EQ(stackMatch.captured(1), stackMatch.captured(2));
+    EXPECT_EQ(lines[1], Ua::stackVersionText());
+
+    // The TLS library that runs, then the one the tool was built with.
+    EXPECT_TRUE(QRegularExpression(R"(^OpenSSL 3\.\d+\.\d+\S* .+ \(built with OpenSSL 3\.\d+\.\d+\S* .+\)$)")
+                    .match(lines[2])
+                    .hasMatch())
+        << lines[2].toStdString();
+    EXPECT_TRUE(lines[2].endsWith(QStringLiteral("(built with " OPENSSL_VERSION_TEXT ")"))) << lines[2].toStdString();
+
+    EXPECT_EQ(lines[3], QStringLiteral("Qt %1 (built with Qt " QT_VERSION_STR ")").arg(qVersion()));
+    EXPECT_EQ(lines[4], "");
+}
+
+TEST_F(FrontEndProcess, ShortVersionOptionAndVersionAmongOtherOptionsPrintTheSameVersions)
+{
+    const ProcessResult full = runDiscover({"--version"});
+    ASSERT_EQ(full.exitCode, 0);
+    const ProcessResult shortOption = runDiscover({"-v"});
+    EXPECT_EQ(shortOption.exitCode, 0);
+    EXPECT_EQ(shortOption.out, full.out);
+    const ProcessResult amongOthers = runDiscover({"-m", "discover_devices", "--version", "-r", path("none.json")});
+    EXPECT_EQ(amongOthers.exitCode, 0);
+    EXPECT_EQ(amongOthers.out, full.out);
+    EXPECT_TRUE(amongOthers.err.isEmpty());
 }
 
 TEST_F(FrontEndProcess, UnknownOptionIsRejectedByTheParser)
