@@ -11,7 +11,27 @@ jobs=$(nproc)
 # Clones in other folders share one compiler cache.
 export CCACHE_BASEDIR="$root" CCACHE_NOHASHDIR=true
 
-bash scripts/install-deps.sh
+# Prints how long a step took, so that the time CI spends stays visible.
+timed() {
+  local started=$SECONDS
+  "$@"
+  echo "== $* took $((SECONDS - started)) s"
+}
+
+# The first run on a machine also builds open62541 (see scripts/build-open62541.sh).
+timed bash scripts/install-deps.sh
+mkdir -p build
+# The minimal Debian 12 and 13 root file systems of the package check are made (or found in
+# their cache) while the builds run: debootstrap waits mostly on the network and the disk.
+# The check itself waits for them (it takes the same lock) and makes them anew should this fail.
+(
+  started=$SECONDS
+  if bash scripts/package-check.sh --prepare >build/package-roots.log 2>&1; then
+    echo "== preparing the package check's root file systems took $((SECONDS - started)) s" >>build/package-roots.log
+  else
+    echo "== preparing the package check's root file systems failed (the check tries again)" >>build/package-roots.log
+  fi
+) &
 if [ -f sim/node/package-lock.json ]; then
   (cd sim/node && npm ci --no-audit --no-fund --loglevel=error)
 fi
@@ -24,13 +44,6 @@ run_variant() {
   (cd "$dir" && ctest --output-on-failure -j "$jobs" "${label_args[@]}")
 }
 
-# Prints how long a step took, so that the time CI spends stays visible.
-timed() {
-  local started=$SECONDS
-  "$@"
-  echo "== $* took $((SECONDS - started)) s"
-}
-
 # The release run also keeps every result document the end-to-end suites produce, and
 # all of them must match the result schema.
 dump=$root/build/release/result-dump
@@ -39,9 +52,12 @@ cmake_args=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
 DISCOVER_RESULT_DUMP_DIR=$dump run_variant build/release
 python3 tests/schema/check_documents.py --results "$dump" --min 20
 
-# The controller's side: Debian packages for amd64 and arm64, the amd64 one installed, used
-# and removed, and the unit suites of the arm64 build under qemu.
+# The controller's side: Debian packages for amd64 and arm64 (the first run also builds
+# open62541 for arm64), both installed, used and removed on minimal Debian 12 and 13 systems,
+# and the unit suites of the arm64 build under qemu.
 timed bash scripts/package.sh
+wait
+cat build/package-roots.log
 timed bash scripts/package-check.sh
 timed bash scripts/cross-unit.sh
 
