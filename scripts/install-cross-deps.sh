@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what the Debian packages, their check and the arm64 cross build need: debhelper
-# and lintian, debootstrap, the arm64 cross compiler, Qt, OpenSSL and GoogleTest for arm64
+# and lintian, the arm64 cross compiler, Qt, OpenSSL and GoogleTest for arm64
 # (multiarch), qemu to run arm64 programs, and open62541 built for arm64 (static, from
 # Debian's source package, see build-open62541.sh). Run as root; running it again changes
 # nothing.
@@ -25,7 +25,7 @@ if ! dpkg --print-foreign-architectures | grep -qx arm64; then
 fi
 
 packages=(
-  debhelper dpkg-dev fakeroot lintian file debootstrap
+  debhelper dpkg-dev fakeroot lintian file
   crossbuild-essential-arm64 qemu-user-static
   qtbase5-dev:arm64 libssl-dev:arm64
   libgtest-dev:arm64 libgmock-dev:arm64

@@ -20,7 +20,7 @@ packages=(
   build-essential cmake ninja-build ccache pkg-config dpkg-dev
   qtbase5-dev libssl-dev
   libgtest-dev libgmock-dev googletest
-  iproute2 procps python3 python3-jsonschema jq
+  iproute2 procps python3 python3-jsonschema jq debootstrap
   nodejs npm
   clang libclang-rt-14-dev
 )
