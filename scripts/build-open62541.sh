@@ -94,10 +94,14 @@ buildflags() {
   (cd "$cache/src" && DEB_BUILD_MAINT_OPTIONS=hardening=+all CC=$cc dpkg-architecture -a "$arch" -c dpkg-buildflags --get "$1")
 }
 
+# The toolchain file is named by its content: every clone has it in another folder, and
+# a clone's path must not make the cached build look out of date.
 stamp_text() {
+  local toolchain_id=""
+  [ "$arch" = "$native" ] || toolchain_id=$(sha256sum <"$here/../cmake/aarch64-linux-gnu.cmake" | cut -d' ' -f1)
   printf 'source=open62541 %s\narch=%s\ncompiler=%s\ncflags=%s %s\noptions=%s\ntoolchain=%s\n' \
     "$1" "$arch" "$("$cc" --version 2>/dev/null | head -n 1)" "$(buildflags CFLAGS)" "$(buildflags CPPFLAGS)" \
-    "${options[*]}" "${toolchain[*]:-}"
+    "${options[*]}" "$toolchain_id"
 }
 
 # Ready when the installation of this version was built with exactly these inputs.
