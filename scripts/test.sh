@@ -32,6 +32,19 @@ mkdir -p build
     echo "== preparing the package check's root file systems failed (the check tries again)" >>build/package-roots.log
   fi
 ) &
+# The arm64 side (cross compiler, arm64 libraries, open62541 cross-built) installs while the
+# native builds and tests run: on a fresh machine its open62541 build is minutes of
+# compiling that the release suite, waiting on sockets much of the time, leaves room for.
+# Nothing else uses apt until the packages are built, which waits for it.
+(
+  started=$SECONDS
+  if bash scripts/install-cross-deps.sh >build/cross-deps.log 2>&1; then
+    echo "== installing the arm64 side took $((SECONDS - started)) s" >>build/cross-deps.log
+  else
+    echo "== installing the arm64 side failed (the package build tries again)" >>build/cross-deps.log
+  fi
+) &
+cross_deps=$!
 if [ -f sim/node/package-lock.json ]; then
   (cd sim/node && npm ci --no-audit --no-fund --loglevel=error)
 fi
@@ -55,6 +68,8 @@ python3 tests/schema/check_documents.py --results "$dump" --min 20
 # The controller's side: Debian packages for amd64 and arm64 (the first run also builds
 # open62541 for arm64), both installed, used and removed on minimal Debian 12 and 13 systems,
 # and the unit suites of the arm64 build under qemu.
+wait "$cross_deps"
+tail -n 3 build/cross-deps.log
 timed bash scripts/package.sh
 wait
 cat build/package-roots.log
