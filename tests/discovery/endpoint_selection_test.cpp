@@ -326,7 +326,7 @@ TEST(ApplyApplicationIdentityDeathTest, NullCandidateIsIgnored)
             applyApplicationIdentity(nullptr, server);
             std::exit(0);
         },
-        ::testing::ExitedWithCode(0), "");
+        ::testing::ExitedWithCode(0), "^$");
 }
 
 TEST(ApplyApplicationIdentity, CopiesTrimmedValues)
