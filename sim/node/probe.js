@@ -1,7 +1,7 @@
 #!/usr/bin/env node
 "use strict";
 // Asks one OPC UA server a discovery question with node-opcua's client and prints
-// the answer, one line per item, fields separated by tabs (as tests/plant/plant_probe):
+// the answer, one line per item, fields separated by tabs (as tests/process/plant/plant_probe):
 //   node probe.js endpoints URL    endpointUrl mode policyUri tokenTypes applicationName
 //   node probe.js findservers URL  applicationName applicationType discoveryUrl
 //   node probe.js fson URL         serverName discoveryUrl capabilities

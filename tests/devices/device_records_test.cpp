@@ -92,7 +92,7 @@ TEST(ApplyEndpointsAnswerDeathTest, NullCandidateIsIgnored)
             applyEndpointsAnswer(nullptr, answer);
             std::exit(0);
         },
-        ::testing::ExitedWithCode(0), "");
+        ::testing::ExitedWithCode(0), "^$");
 }
 
 TEST(ApplyEndpointsAnswer, ChoosesTheEndpointAndTakesTheIdentity)
