@@ -74,7 +74,8 @@ bool needsCertificate(DeviceInstancePlugin& plugin, const DeviceSecurity& securi
 UA_StatusCode setCertificateDefaults(const ClientCore& core, DeviceInstancePlugin& plugin, UA_ClientConfig* config,
                                      const QString& filesPath)
 {
-    const QString certificatePath = filesPath + fileSetting(plugin, QStringLiteral("certificate"), defaultCertificateName);
+    const QString certificatePath =
+        filesPath + fileSetting(plugin, QStringLiteral("certificate"), defaultCertificateName);
     const QString keyPath = filesPath + fileSetting(plugin, QStringLiteral("key"), defaultKeyName);
 
     QByteArray certificate = core.loadFile(certificatePath);
@@ -160,8 +161,9 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     // The logger was set when the client was made; the defaults below keep it.
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
 
-    const UA_StatusCode status = needsCertificate(plugin, security) ? setCertificateDefaults(*this, plugin, config, filesPath)
-                                                                     : Ua::setDefaultConfig(config);
+    const UA_StatusCode status = needsCertificate(plugin, security)
+        ? setCertificateDefaults(*this, plugin, config, filesPath)
+        : Ua::setDefaultConfig(config);
     if (status != UA_STATUSCODE_GOOD) {
         qCritical() << "[" << logTag << "]" << "Could not configure the OPC-UA client:"
                     << UA_StatusCode_name(status);
