@@ -35,6 +35,26 @@ QString filesDirectory()
     return path;
 }
 
+// The device instance the client core reads its settings from.
+DeviceInstancePlugin devicePlugin(const DiscoveryDeviceConfig& config)
+{
+    DeviceInstancePlugin plugin;
+    plugin.uid = config.uid;
+    plugin.address = config.address;
+    plugin.settings = config.fields;
+    return plugin;
+}
+
+// The failure line when the client core could not connect: what it said, with the security the
+// device asked for.
+QString connectFailureText(const DeviceInstancePlugin& plugin, const DiscoveryDeviceConfig& config)
+{
+    const QString detail =
+        plugin.statusText.isEmpty() ? QStringLiteral("Could not connect to OPC UA server") : plugin.statusText;
+    const DeviceSecurity security = deviceSecurity(config.fields);
+    return OpcUaDiscovery::describeConnectFailure(detail, security.mode, security.policyUri, QStringList());
+}
+
 } // namespace
 
 int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
@@ -48,10 +68,7 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     if (!parseDeviceConfig(device, &config, &error))
         return failWith(ExitNoAddress, error);
 
-    DeviceInstancePlugin plugin;
-    plugin.uid = config.uid;
-    plugin.address = config.address;
-    plugin.settings = config.fields;
+    DeviceInstancePlugin plugin = devicePlugin(config);
     const QString filesPath = filesDirectory();
     const int timeoutMs = readTimeoutMs(request, 5000);
     const QString snapshotPath = qEnvironmentVariable("OVRIN_DISCOVERY_OUTPUT_FILE").trimmed();
@@ -62,11 +79,7 @@ int runDiscoverItems(const QJsonObject& request, const QString& outputPath)
     // Lives until the job returns, so the connection closes only after the result is written.
     ClientCore core(plugin, filesPath, QStringLiteral("opc_ua_discovery"), timeoutMs);
     if (!core.isConnected()) {
-        const QString detail =
-            plugin.statusText.isEmpty() ? QStringLiteral("Could not connect to OPC UA server") : plugin.statusText;
-        const DeviceSecurity security = deviceSecurity(config.fields);
-        const QString message =
-            OpcUaDiscovery::describeConnectFailure(detail, security.mode, security.policyUri, QStringList());
+        const QString message = connectFailureText(plugin, config);
         silencer.restore();
         return failWith(ExitConnectFailed, message);
     }

@@ -1,4 +1,4 @@
-#include "client_core/node_data_source.h"
+#include "client_core/batched_source.h"
 
 #include "client_core/attribute_batch.h"
 #include "client_core/batch_fetch.h"

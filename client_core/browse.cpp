@@ -1,8 +1,11 @@
-#include "client_core/opc_ua_client_core.h"
+#include "client_core/browse.h"
 
+#include "client_core/batched_source.h"
 #include "client_core/browse_items.h"
 #include "client_core/browse_path.h"
 #include "client_core/node_data_source.h"
+#include "client_core/one_by_one_source.h"
+#include "client_core/opc_ua_client_core.h"
 #include "client_core/reference_filter.h"
 #include "ua/client.h"
 #include "ua/text.h"

@@ -54,9 +54,9 @@ void BrowseItems::offerPath(Item item, BrowsePathTree::Ref alternative)
         record.path = alternative;
 }
 
-ClientCore::BrowseItem BrowseItems::at(Item item) const
+BrowseItem BrowseItems::at(Item item) const
 {
-    ClientCore::BrowseItem expanded;
+    BrowseItem expanded;
     expanded.nodeId = nodeId(item).toQString();
     expanded.browsePath = browsePath(item);
     expanded.description = description(item);
@@ -67,9 +67,9 @@ ClientCore::BrowseItem BrowseItems::at(Item item) const
     return expanded;
 }
 
-QList<ClientCore::BrowseItem> expandedItems(const BrowseItems& items)
+QList<BrowseItem> expandedItems(const BrowseItems& items)
 {
-    QList<ClientCore::BrowseItem> expanded;
+    QList<BrowseItem> expanded;
     expanded.reserve(items.size());
     for (BrowseItems::Item item = 0; item < items.size(); ++item)
         expanded.append(items.at(item));

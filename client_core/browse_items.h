@@ -3,7 +3,7 @@
 #include "client_core/browse_path.h"
 #include "client_core/compact_text.h"
 #include "client_core/node_table.h"
-#include "client_core/opc_ua_client_core.h"
+#include "client_core/browse.h"
 #include "ua/supported_types.h"
 
 #include <QHash>
@@ -57,7 +57,7 @@ public:
     QString browsePath(Item item) const { return paths_.text(path(item)); }
 
     // The item with every text spelled out.
-    ClientCore::BrowseItem at(Item item) const;
+    BrowseItem at(Item item) const;
 
     // Empties the items for another walk.
     void clear();
@@ -84,7 +84,7 @@ private:
 };
 
 // Every item spelled out, in the order the walk found them.
-QList<ClientCore::BrowseItem> expandedItems(const BrowseItems& items);
+QList<BrowseItem> expandedItems(const BrowseItems& items);
 
 template <typename Visit>
 void BrowseItems::visitDescription(Item item, Visit&& visit) const

@@ -66,13 +66,6 @@ private:
     DataTypeResolver dataTypes_;
 };
 
-// One request per question, each for one node, as the walk asks: the reference.
-std::unique_ptr<NodeDataSource> newOneByOneSource(UA_Client* client);
-
-// Requests of many nodes, fetched ahead of the walk, sized to the server's operation limits and
-// to the client's request time-out.
-std::unique_ptr<NodeDataSource> newBatchedSource(UA_Client* client);
-
 // Status codes after which the server is taken as gone: the walk stops on them.
 bool isConnectionLoss(UA_StatusCode status);
 

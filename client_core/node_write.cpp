@@ -3,21 +3,25 @@
 #include "client_core/data_types.h"
 #include "client_core/node_id.h"
 #include "ua/holders.h"
+#include "ua/requests.h"
 #include "ua/services.h"
 #include "ua/text.h"
 
-bool ClientCore::writeNode(ClientCore::Node* node)
-{
-    node->error.clear();
-    const QString description = QStringLiteral("Identifier: ") + node->identifier
-        + QStringLiteral(" Namespace index: ") + QString::number(node->namespaceIndex);
-    Ua::NodeIdHolder nodeId(getNodeId(node));
+#include <string>
+#include <utility>
 
+namespace {
+
+// The supported type the node's DataType attribute resolves to, when values of it can be written;
+// otherwise false, with the node's error saying why.
+bool writableType(UA_Client* client, const UA_NodeId& nodeId, DataPoint* node, ResolvedDataType* resolved)
+{
     Ua::NodeIdHolder dataType;
     const UA_StatusCode typeStatus =
-        client ? Ua::readDataType(client.get(), *nodeId, &dataType) : UA_STATUSCODE_BADSERVERNOTCONNECTED;
+        client ? Ua::readDataType(client, nodeId, &dataType) : UA_STATUSCODE_BADSERVERNOTCONNECTED;
     if (typeStatus == UA_STATUSCODE_BADNODEIDUNKNOWN) {
-        node->error = QStringLiteral("Unknown node identifier ") + description;
+        node->error = QStringLiteral("Unknown node identifier Identifier: ") + node->identifier
+            + QStringLiteral(" Namespace index: ") + QString::number(node->namespaceIndex);
         return false;
     }
     if (typeStatus != UA_STATUSCODE_GOOD) {
@@ -25,42 +29,55 @@ bool ClientCore::writeNode(ClientCore::Node* node)
         return false;
     }
 
-    ResolvedDataType resolved;
-    if (!resolveSupportedDataType(client.get(), *dataType, &resolved)) {
+    if (!resolveSupportedDataType(client, *dataType, resolved)) {
         QString typeText = Ua::nodeIdToQString(*dataType);
         if (typeText.isEmpty())
             typeText = QStringLiteral("<unknown>");
         node->error = QStringLiteral("Unsupported node data type %1").arg(typeText);
         return false;
     }
-    if (!resolved.writable) {
-        node->error = QStringLiteral("Writing %1 values is not supported").arg(resolved.name);
+    if (!resolved->writable) {
+        node->error = QStringLiteral("Writing %1 values is not supported").arg(resolved->name);
         return false;
     }
+    return true;
+}
 
+// The Write of the node's value as a value of the resolved type; false, with the node's error
+// saying why, when the value cannot be converted.
+bool valueWrite(DataPoint* node, Ua::NodeIdHolder nodeId, const ResolvedDataType& resolved,
+                Ua::WriteRequestHolder* request)
+{
     node->dataTypeKind = resolved.typeIndex;
-    Ua::VariantHolder variant = convertToVariant(node, node->value);
+    Ua::VariantHolder variant = ClientCore::convertToVariant(node, node->value);
     if (!node->error.isEmpty())
         return false;
+    const QString failed = QStringLiteral("Failed to convert value to %1").arg(resolved.name);
     if (!variant->type) {
-        node->error = QStringLiteral("Failed to convert value to %1").arg(resolved.name);
+        node->error = failed;
         return false;
     }
+    const std::string indexRange =
+        node->arrayIndex == DataPoint::wholeArray ? std::string() : std::to_string(node->arrayIndex);
+    bool built = false;
+    *request = Ua::writeValueRequest(std::move(nodeId), std::move(variant), indexRange, &built);
+    if (!built)
+        node->error = failed;
+    return built;
+}
 
-    Ua::WriteRequestHolder request;
-    auto* writeValue = static_cast<UA_WriteValue*>(UA_new(&UA_TYPES[UA_TYPES_WRITEVALUE]));
-    if (!writeValue) {
-        node->error = QStringLiteral("Failed to convert value to %1").arg(resolved.name);
+} // namespace
+
+bool ClientCore::writeNode(ClientCore::Node* node)
+{
+    node->error.clear();
+    Ua::NodeIdHolder nodeId(getNodeId(node));
+    ResolvedDataType resolved;
+    if (!writableType(client.get(), *nodeId, node, &resolved))
         return false;
-    }
-    request->nodesToWrite = writeValue;
-    request->nodesToWriteSize = 1;
-    writeValue->nodeId = nodeId.release();
-    writeValue->attributeId = UA_ATTRIBUTEID_VALUE;
-    if (node->arrayIndex != Node::wholeArray)
-        writeValue->indexRange = UA_STRING_ALLOC(QByteArray::number(node->arrayIndex).constData());
-    writeValue->value.hasValue = true;
-    writeValue->value.value = variant.release();
+    Ua::WriteRequestHolder request;
+    if (!valueWrite(node, std::move(nodeId), resolved, &request))
+        return false;
 
     const Ua::WriteResponseHolder response = Ua::write(client.get(), *request);
 

@@ -1,4 +1,4 @@
-#include "client_core/node_data_source.h"
+#include "client_core/one_by_one_source.h"
 
 #include "client_core/node_requests.h"
 

@@ -9,9 +9,6 @@
 #include <QMutexLocker>
 #include <QRegExp>
 
-#include <open62541/client_config_default.h>
-#include <open62541/plugin/pki_default.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string.h>
@@ -64,6 +61,54 @@ void replaceString(UA_String* target, const QString& text)
     *target = Ua::toUaString(text).release();
 }
 
+// A user name travels encrypted, so it needs the certificate even on an unsecured channel.
+bool needsCertificate(DeviceInstancePlugin& plugin, const DeviceSecurity& security)
+{
+    return !(securityModeFromNumber(security.mode) == SecurityMode::None
+             && security.policyUri == QLatin1String(kSecurityPolicyNoneUri)
+             && plugin.settings[QStringLiteral("username")].isEmpty());
+}
+
+// The stack's defaults with the device's certificate and key, wiped from memory once the stack
+// has its copies. A missing file degrades to an unencrypted configuration instead of failing.
+UA_StatusCode setCertificateDefaults(const ClientCore& core, DeviceInstancePlugin& plugin, UA_ClientConfig* config,
+                                     const QString& filesPath)
+{
+    const QString certificatePath =
+        filesPath + fileSetting(plugin, QStringLiteral("certificate"), defaultCertificateName);
+    const QString keyPath = filesPath + fileSetting(plugin, QStringLiteral("key"), defaultKeyName);
+
+    QByteArray certificate = core.loadFile(certificatePath);
+    if (certificate.isEmpty())
+        qCritical() << "[" << ClientCore::logTag << "]" << "Could not read the certificate";
+    QByteArray key = core.loadFile(keyPath);
+    if (key.isEmpty())
+        qCritical() << "[" << ClientCore::logTag << "]" << "Could not read the key";
+
+    UA_StatusCode status = UA_STATUSCODE_GOOD;
+    if (!certificate.isEmpty() && !key.isEmpty())
+        status = Ua::setDefaultEncryptionConfig(config, Ua::borrow(certificate), Ua::borrow(key));
+    else
+        status = Ua::setDefaultConfig(config);
+    Ua::acceptAllServerCertificates(config);
+
+    core.clearByteArraySecurely(key);
+    core.clearByteArraySecurely(certificate);
+    if (ClientCore::wipedSecretsObserver)
+        ClientCore::wipedSecretsObserver(key, certificate);
+    return status;
+}
+
+// How the client names itself to servers.
+void describeClient(UA_ClientConfig* config, const QString& clientName)
+{
+    const QString applicationUri = QStringLiteral("urn:ovrin-connect-client-") + clientName;
+    replaceString(&config->clientDescription.applicationUri, applicationUri);
+    replaceString(&config->clientDescription.productUri, applicationUri);
+    UA_LocalizedText_clear(&config->clientDescription.applicationName);
+    config->clientDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("en", "OVRIN Connect client");
+}
+
 QString formatLogMessage(const char* format, va_list args)
 {
     char small[512];
@@ -113,43 +158,12 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
         return false;
 
     const DeviceSecurity security = deviceSecurity(plugin.settings);
-    // A user name travels encrypted, so it needs the certificate even on an unsecured channel.
-    const bool needsCertificate = !(securityModeFromNumber(security.mode) == SecurityMode::None
-                                    && security.policyUri == QLatin1String(kSecurityPolicyNoneUri)
-                                    && plugin.settings[QStringLiteral("username")].isEmpty());
-
     // The logger was set when the client was made; the defaults below keep it.
     UA_ClientConfig* config = UA_Client_getConfig(client.get());
 
-    UA_StatusCode status = UA_STATUSCODE_GOOD;
-    if (!needsCertificate) {
-        status = UA_ClientConfig_setDefault(config);
-    } else {
-        const QString certificatePath =
-            filesPath + fileSetting(plugin, QStringLiteral("certificate"), defaultCertificateName);
-        const QString keyPath = filesPath + fileSetting(plugin, QStringLiteral("key"), defaultKeyName);
-
-        QByteArray certificate = loadFile(certificatePath);
-        if (certificate.isEmpty())
-            qCritical() << "[" << logTag << "]" << "Could not read the certificate";
-        QByteArray key = loadFile(keyPath);
-        if (key.isEmpty())
-            qCritical() << "[" << logTag << "]" << "Could not read the key";
-
-        // A missing file degrades to an unencrypted configuration instead of failing.
-        if (!certificate.isEmpty() && !key.isEmpty())
-            status = UA_ClientConfig_setDefaultEncryption(config, Ua::borrow(certificate), Ua::borrow(key),
-                                                          nullptr, 0, nullptr, 0);
-        else
-            status = UA_ClientConfig_setDefault(config);
-        UA_CertificateVerification_AcceptAll(&config->certificateVerification);
-
-        clearByteArraySecurely(key);
-        clearByteArraySecurely(certificate);
-        if (wipedSecretsObserver)
-            wipedSecretsObserver(key, certificate);
-    }
-
+    const UA_StatusCode status = needsCertificate(plugin, security)
+        ? setCertificateDefaults(*this, plugin, config, filesPath)
+        : Ua::setDefaultConfig(config);
     if (status != UA_STATUSCODE_GOOD) {
         qCritical() << "[" << logTag << "]" << "Could not configure the OPC-UA client:"
                     << UA_StatusCode_name(status);
@@ -157,12 +171,7 @@ bool ClientCore::configure(DeviceInstancePlugin& plugin)
     }
 
     Ua::applyConnectionLimits(config, Ua::itemClientLimits);
-
-    const QString applicationUri = QStringLiteral("urn:ovrin-connect-client-") + clientName;
-    replaceString(&config->clientDescription.applicationUri, applicationUri);
-    replaceString(&config->clientDescription.productUri, applicationUri);
-    UA_LocalizedText_clear(&config->clientDescription.applicationName);
-    config->clientDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("en", "OVRIN Connect client");
+    describeClient(config, clientName);
     // The number as the device has it, also one that names no mode.
     config->securityMode = static_cast<UA_MessageSecurityMode>(security.mode);
     replaceString(&config->securityPolicyUri, security.policyUri);

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "client_core/browse.h"
+#include "client_core/node_read.h"
 #include "framework/device_instance_plugin.h"
 #include "framework/plugin_interface.h"
 #include "ua/client.h"
 #include "ua/holders.h"
 
 #include <QByteArray>
-#include <QDateTime>
 #include <QList>
 #include <QMutex>
 #include <QString>
@@ -18,46 +19,16 @@
 #include <cstdarg>
 #include <functional>
 
-class BrowseItems;
-
 // The gateway's OPC UA client core: one stack client for one device instance.
 class ClientCore
 {
 public:
-    // One browsed variable that the connector can read or write, every text spelled out; a walk
-    // holds its items compactly (BrowseItems) and gives this form on request.
-    struct BrowseItem
-    {
-        QString nodeId;
-        QString browsePath;
-        QString description;
-        QString dataType;
-        bool readable = true;
-        bool writable = false;
-        bool isArray = false;
-    };
+    // The types of the parts, under the names callers know.
+    using BrowseItem = ::BrowseItem;
+    using BrowseFetch = ::BrowseFetch;
+    using Node = DataPoint;
 
-    // One configured data point for read and write.
-    struct Node
-    {
-        // The arrayIndex that stands for the whole value rather than one element.
-        static constexpr quint16 wholeArray = 65535;
-
-        quint16 namespaceIndex = 0;
-        QString identifier;
-        qint32 dataTypeKind = 0;
-        QString value;
-        QDateTime timestamp;
-        QString error;
-        QString fullNodeId;
-        bool useFullNodeId = false;
-        quint32 readMode = 0;
-        qint64 historyStartMs = 0;
-        qint64 historyEndMs = 0;
-        quint16 arrayIndex = wholeArray;
-        quint8 floatingPointPrecision = 4;
-    };
-
+    // Configuration and connection (opc_ua_client_core.cpp).
     ClientCore(DeviceInstancePlugin& plugin, QString filesPath, QString clientName, int timeoutMs);
     ClientCore(ClientCore&& other) = default;
     ClientCore& operator=(ClientCore&& other) = default;
@@ -76,17 +47,18 @@ public:
     static void loggerMethod(void* context, UA_LogLevel level, UA_LogCategory category, const char* format,
                              va_list args);
 
-    // How the browse asks the server: one request per question, each for one node, as the walk
-    // asks (the reference), or requests of many nodes fetched ahead of the walk. The items and
-    // warnings are the same.
-    enum class BrowseFetch { OneByOne, Batched };
-
+    // The address-space walk (browse.h, browse.cpp).
     bool browseNodes(BrowseItems* items, QStringList* warnings, const std::function<void()>& progress,
                      BrowseFetch fetch = BrowseFetch::OneByOne);
 
+    // Read and history read (node_read.h, node_read.cpp).
     bool readNode(Node* node);
     bool convertValueToNode(Node* node, UA_Variant* value);
+
+    // Write (node_write.cpp).
     bool writeNode(Node* node);
+
+    // A value as the node's text, and back (value_conversion.cpp).
     static bool convertValue(Node* node, UA_Variant* value);
     // The node's text as a value of its type; an empty holder when the text cannot be converted.
     static Ua::VariantHolder convertToVariant(Node* node, QString text);

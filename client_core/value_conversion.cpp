@@ -18,32 +18,28 @@ QString typeName(const UA_DataType* type)
 
 // A scalar of the type from the text of a write.
 UA_StatusCode setScalar(ClientCore::Node* node, const Ua::SupportedType& supported, const QString& text,
-                        UA_Variant* out)
+                        Ua::VariantHolder* out)
 {
-    const UA_DataType* type = &UA_TYPES[supported.typeIndex];
     // The variant owns the element from the start, so a failing text leaves nothing behind.
-    void* element = UA_new(type);
-    if (!element)
+    *out = Ua::newScalarVariant(&UA_TYPES[supported.typeIndex]);
+    if (!(*out)->type)
         return UA_STATUSCODE_BADOUTOFMEMORY;
-    UA_Variant_setScalar(out, element, type);
-    return supported.fromText(text, element, &node->error);
+    return supported.fromText(text, (*out)->data, &node->error);
 }
 
 // An array of the type from JSON values; the first bad element stops the conversion.
 UA_StatusCode setArray(ClientCore::Node* node, const Ua::SupportedType& supported, const QJsonArray& elements,
-                       size_t count, UA_Variant* out)
+                       size_t count, Ua::VariantHolder* out)
 {
     const UA_DataType* type = &UA_TYPES[supported.typeIndex];
     // The variant owns the array from the start, so a failing element leaves nothing behind.
-    void* array = UA_Array_new(count, type);
-    if (!array)
+    *out = Ua::newArrayVariant(type, count);
+    if (!(*out)->type)
         return UA_STATUSCODE_BADOUTOFMEMORY;
-    UA_Variant_setArray(out, array, count, type);
+    char* array = static_cast<char*>((*out)->data);
     UA_StatusCode status = UA_STATUSCODE_GOOD;
-    for (size_t i = 0; i < count && status == UA_STATUSCODE_GOOD; ++i) {
-        status = supported.fromJson(elements.at(int(i)).toVariant(), static_cast<char*>(array) + i * type->memSize,
-                                    &node->error);
-    }
+    for (size_t i = 0; i < count && status == UA_STATUSCODE_GOOD; ++i)
+        status = supported.fromJson(elements.at(int(i)).toVariant(), array + i * type->memSize, &node->error);
     return status;
 }
 
@@ -115,9 +111,9 @@ Ua::VariantHolder ClientCore::convertToVariant(ClientCore::Node* node, QString t
 
         if (!elements.isEmpty() || node->arrayIndex != Node::wholeArray) {
             const size_t count = node->arrayIndex == Node::wholeArray ? size_t(elements.size()) : 1;
-            status = setArray(node, *supported, elements, count, result.get());
+            status = setArray(node, *supported, elements, count, &result);
         } else {
-            status = setScalar(node, *supported, text, result.get());
+            status = setScalar(node, *supported, text, &result);
         }
     }
 

@@ -2,7 +2,10 @@
 
 #include "discovery/device_record.h"
 #include "discovery/endpoint_selection.h"
+#include "discovery/options.h"
 #include "discovery/peer_bounds.h"
+#include "discovery/scan_engine.h"
+#include "discovery/transport.h"
 
 #include <QDeadlineTimer>
 #include <QHash>
@@ -86,6 +89,14 @@ bool hasIdentity(const DiscoveredServer& server)
 }
 
 } // namespace
+
+QJsonArray discoverDeviceRecordsForRequest(const QJsonObject& request, QStringList* warnings)
+{
+    const Options options = optionsFromRequest(request, warnings);
+    QtTransport transport;
+    const QList<Candidate> scanned = discoverDevices(options, transport, warnings, nullptr);
+    return discoverDeviceRecords(scanned, options.timeoutMs, {}, warnings);
+}
 
 QJsonArray discoverDeviceRecords(const QList<Candidate>& scanned, int timeoutMs, const QueryOptions& queryOptions,
                                  QStringList* warnings)

@@ -4,13 +4,20 @@
 #include "discovery/candidate.h"
 
 #include <QJsonArray>
+#include <QJsonObject>
 #include <QList>
 #include <QStringList>
 
-// The devices that discover_devices reports, from the scanned candidates: their servers asked
+// The devices that discover_devices reports, from its request through the scan to the records;
+// from the scanned candidates on: their servers asked
 // what they know, the answers merged into further candidates, the endpoints of the final
 // candidates chosen, one device record per identifier.
 namespace OpcUaDiscovery {
+
+// The devices that a discover_devices request asks for, start to end: the request's scan options,
+// the scan of the subnet over sockets, and the device records of what it found. The warnings of
+// every stage go to warnings, in that order.
+QJsonArray discoverDeviceRecordsForRequest(const QJsonObject& request, QStringList* warnings);
 
 // The device records of the scanned candidates, in the job's order: the queries within timeoutMs
 // from now, the merge, the endpoints and the records. Tests and benchmarks choose how the

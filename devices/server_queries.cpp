@@ -80,6 +80,33 @@ EndpointsAnswer endpointsAnswer(const Ua::DiscoveryAnswers& answers)
     return answer;
 }
 
+DiscoveryAnswer discoveryAnswer(const Ua::DiscoveryAnswers& asked)
+{
+    DiscoveryAnswer answer;
+    answer.servers = serversFound(asked.applications);
+    answer.findServersCount = answer.servers.size();
+    answer.servers += serversOnNetwork(asked.serversOnNetwork);
+    answer.endpoints = endpointsAnswer(asked);
+    answer.unresponsive = asked.unresponsive;
+    return answer;
+}
+
+// Asks the server at each URL the questions, up to options.concurrency servers at a time;
+// `answerOf` makes what one server answered the answer at its URL's place. An empty URL is asked
+// nothing and keeps an empty answer.
+template <typename Answer, typename AnswerOf>
+std::vector<Answer> askSideBySide(const QStringList& urls, const Ua::DiscoveryQuestions& questions,
+                                  const QDeadlineTimer& budget, const QueryOptions& options, const AnswerOf& answerOf)
+{
+    std::vector<Answer> answers(static_cast<size_t>(urls.size()));
+    forEachSideBySide(urls.size(), options.concurrency, [&](int index) {
+        const QString& url = urls.at(index);
+        if (!url.isEmpty())
+            answers[static_cast<size_t>(index)] = answerOf(Ua::askDiscoveryServer(url, questions, budget));
+    });
+    return answers;
+}
+
 } // namespace
 
 std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanned, const QDeadlineTimer& budget,
@@ -88,31 +115,16 @@ std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanne
     Ua::DiscoveryQuestions everything = endpointsOnly(options);
     everything.findServers = true;
     everything.findServersOnNetwork = true;
-    std::vector<DiscoveryAnswer> answers(static_cast<size_t>(scanned.size()));
-    forEachSideBySide(scanned.size(), options.concurrency, [&](int index) {
-        const QString url = candidateQueryUrl(scanned.at(index));
-        if (url.isEmpty())
-            return;
-        const Ua::DiscoveryAnswers asked = Ua::askDiscoveryServer(url, everything, budget);
-        DiscoveryAnswer& answer = answers[static_cast<size_t>(index)];
-        answer.servers = serversFound(asked.applications);
-        answer.findServersCount = answer.servers.size();
-        answer.servers += serversOnNetwork(asked.serversOnNetwork);
-        answer.endpoints = endpointsAnswer(asked);
-        answer.unresponsive = asked.unresponsive;
-    });
-    return answers;
+    QStringList urls;
+    for (const Candidate& candidate : scanned)
+        urls.append(candidateQueryUrl(candidate));
+    return askSideBySide<DiscoveryAnswer>(urls, everything, budget, options, discoveryAnswer);
 }
 
 std::vector<EndpointsAnswer> askEndpoints(const QStringList& urls, const QDeadlineTimer& budget,
                                           const QueryOptions& options)
 {
-    const Ua::DiscoveryQuestions questions = endpointsOnly(options);
-    std::vector<EndpointsAnswer> answers(static_cast<size_t>(urls.size()));
-    forEachSideBySide(urls.size(), options.concurrency, [&](int index) {
-        answers[static_cast<size_t>(index)] = endpointsAnswer(Ua::askDiscoveryServer(urls.at(index), questions, budget));
-    });
-    return answers;
+    return askSideBySide<EndpointsAnswer>(urls, endpointsOnly(options), budget, options, endpointsAnswer);
 }
 
 DiscoveredServer identityFromApplication(const Ua::ApplicationInfo& app)

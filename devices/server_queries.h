@@ -47,7 +47,8 @@ struct DiscoveryAnswer
 std::vector<DiscoveryAnswer> askDiscoveryServices(const QList<Candidate>& scanned, const QDeadlineTimer& budget,
                                                   const QueryOptions& options);
 
-// GetEndpoints of each URL, side by side as above; one answer per URL, in order.
+// GetEndpoints of each URL, side by side as above; one answer per URL, in order (an empty URL is
+// asked nothing).
 std::vector<EndpointsAnswer> askEndpoints(const QStringList& urls, const QDeadlineTimer& budget,
                                           const QueryOptions& options);
 

@@ -74,6 +74,28 @@ void assignIfNotEmpty(QString* target, const QString& value)
         *target = trimmed;
 }
 
+// A further candidate at the URL a discovery service listed: the scanned one's settings with its
+// own address and the listed server's identity, nothing chosen yet.
+Candidate foundCandidate(const Candidate& base, const QString& host, quint16 port, const QString& url,
+                         const DiscoveredServer& server)
+{
+    Candidate found = base;
+    found.host = host;
+    found.port = port;
+    found.endpointUrl = url;
+    found.source = QStringLiteral("findservers");
+    found.advertisedEndpointUrl = server.discoveryUrl.trimmed();
+    found.endpointSelected = false;
+    found.offeredEndpoints.clear();
+    found.applicationName.clear();
+    found.applicationUri.clear();
+    found.productUri.clear();
+    found.applicationType.clear();
+    found.capabilities.clear();
+    applyApplicationIdentity(&found, server);
+    return found;
+}
+
 } // namespace
 
 bool securityPolicySupported(const QString& policyUri)
@@ -181,21 +203,7 @@ QList<Candidate> mergeDiscoveryAnswers(const Candidate& base, const QList<QList<
             }
             ++added;
 
-            Candidate found = base;
-            found.host = host;
-            found.port = port;
-            found.endpointUrl = url;
-            found.source = QStringLiteral("findservers");
-            found.advertisedEndpointUrl = server.discoveryUrl.trimmed();
-            found.endpointSelected = false;
-            found.offeredEndpoints.clear();
-            found.applicationName.clear();
-            found.applicationUri.clear();
-            found.productUri.clear();
-            found.applicationType.clear();
-            found.capabilities.clear();
-            applyApplicationIdentity(&found, server);
-            extra.append(found);
+            extra.append(foundCandidate(base, host, port, url, server));
         }
         if (leftOut)
             leftOut->append(left);

@@ -3,6 +3,7 @@
 #include "common/security_settings.h"
 
 #include <open62541/client_config_default.h>
+#include <open62541/plugin/pki_default.h>
 
 #include <cstring>
 
@@ -26,6 +27,22 @@ void applyConnectionLimits(UA_ClientConfig* config, const ConnectionLimits& limi
 {
     config->localConnectionConfig.localMaxMessageSize = limits.maxMessageSize;
     config->localConnectionConfig.localMaxChunkCount = limits.maxChunkCount;
+}
+
+UA_StatusCode setDefaultConfig(UA_ClientConfig* config)
+{
+    return UA_ClientConfig_setDefault(config);
+}
+
+UA_StatusCode setDefaultEncryptionConfig(UA_ClientConfig* config, const UA_ByteString& certificate,
+                                         const UA_ByteString& key)
+{
+    return UA_ClientConfig_setDefaultEncryption(config, certificate, key, nullptr, 0, nullptr, 0);
+}
+
+void acceptAllServerCertificates(UA_ClientConfig* config)
+{
+    UA_CertificateVerification_AcceptAll(&config->certificateVerification);
 }
 
 Client newClient(UA_Logger* logger)

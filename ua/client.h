@@ -41,6 +41,17 @@ bool closeSecureChannelPromptly(UA_Client* client);
 // cannot build the configuration.
 Client newClient(UA_Logger* logger);
 
+// Sets the stack's default configuration again (the logger set when the client was made stays).
+UA_StatusCode setDefaultConfig(UA_ClientConfig* config);
+
+// Sets the stack's default configuration with encryption, from a client certificate and private
+// key (DER); the configuration keeps copies of them.
+UA_StatusCode setDefaultEncryptionConfig(UA_ClientConfig* config, const UA_ByteString& certificate,
+                                         const UA_ByteString& key);
+
+// The client accepts every server certificate: it connects to servers it does not know yet.
+void acceptAllServerCertificates(UA_ClientConfig* config);
+
 // What one peer can make a client hold: the largest message it accepts and the number of chunks
 // that message may come in, announced in the Hello. A peer that sends more loses the connection
 // instead of filling the memory (the stack's defaults allow 512 MiB in 16 384 chunks).

@@ -142,4 +142,24 @@ using WriteResponseHolder = Value<UA_WriteResponse, UA_TYPES_WRITERESPONSE>;
 // Data values that arrive one answer at a time (a history read), each with its own owner.
 using DataValueList = std::vector<DataValueHolder>;
 
+// A variant that owns a new, initialised value of the type from the start, so that whatever is
+// then put into the value is cleared with the holder. Empty (no type) when memory ran out.
+inline VariantHolder newScalarVariant(const UA_DataType* type)
+{
+    VariantHolder variant;
+    if (void* element = UA_new(type))
+        UA_Variant_setScalar(variant.get(), element, type);
+    return variant;
+}
+
+// A variant that owns a new array of `count` initialised values of the type from the start.
+// Empty (no type) when memory ran out.
+inline VariantHolder newArrayVariant(const UA_DataType* type, size_t count)
+{
+    VariantHolder variant;
+    if (void* array = UA_Array_new(count, type))
+        UA_Variant_setArray(variant.get(), array, count, type);
+    return variant;
+}
+
 } // namespace Ua

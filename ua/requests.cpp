@@ -73,4 +73,26 @@ ReadRequestHolder readRequest(const std::vector<const UA_NodeId*>& nodes, const 
     return request;
 }
 
+WriteRequestHolder writeValueRequest(NodeIdHolder node, VariantHolder value, const std::string& indexRange, bool* ok)
+{
+    WriteRequestHolder request;
+    *ok = false;
+    request->nodesToWrite = newArray<UA_WriteValue>(1, UA_TYPES_WRITEVALUE);
+    if (!request->nodesToWrite)
+        return request;
+    request->nodesToWriteSize = 1;
+    UA_WriteValue& item = request->nodesToWrite[0];
+    item.nodeId = node.release();
+    item.attributeId = UA_ATTRIBUTEID_VALUE;
+    item.value.hasValue = true;
+    item.value.value = value.release();
+    if (!indexRange.empty()) {
+        item.indexRange = UA_STRING_ALLOC(indexRange.c_str());
+        if (!item.indexRange.data)
+            return request;
+    }
+    *ok = true;
+    return request;
+}
+
 } // namespace Ua

@@ -5,6 +5,7 @@
 #include <open62541/types.h>
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 // The service requests the client sends, built here and nowhere else. Each request is owned by
@@ -33,5 +34,9 @@ BrowseNextRequestHolder browseNextRequest(const std::vector<const UA_ByteString*
 // order given. It carries nodes × attributes ReadValueIds.
 ReadRequestHolder readRequest(const std::vector<const UA_NodeId*>& nodes, const std::vector<UA_AttributeId>& attributes,
                               bool* ok);
+
+// One Write of the Value attribute of one node, taking over the node identifier and the value.
+// An empty `indexRange` writes the whole value, otherwise the elements it names.
+WriteRequestHolder writeValueRequest(NodeIdHolder node, VariantHolder value, const std::string& indexRange, bool* ok);
 
 } // namespace Ua

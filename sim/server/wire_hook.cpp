@@ -230,6 +230,22 @@ bool namesNodes(const QString& name)
     return name == QLatin1String("Browse") || name == QLatin1String("Read");
 }
 
+// Whether the body decodes as a request of the type and one of its items (the nodes it browses
+// or reads) names the node.
+template <typename Request, int TypeIndex, typename Item>
+bool itemNamesNode(const QByteArray& message, int length, const UA_NodeId& node, Item* Request::*items,
+                   size_t Request::*count)
+{
+    Ua::Value<Request, TypeIndex> request;
+    if (!decodeBody(message, length, request.get(), TypeIndex))
+        return false;
+    for (size_t i = 0; i < (*request).*count; ++i) {
+        if (UA_NodeId_equal(&((*request).*items)[i].nodeId, &node))
+            return true;
+    }
+    return false;
+}
+
 // Whether a whole request (type id and body, all chunks joined) names the node among the nodes
 // it browses or reads.
 bool namesNode(const QByteArray& message, const UA_NodeId& node)
@@ -239,22 +255,12 @@ bool namesNode(const QByteArray& message, const UA_NodeId& node)
     if (!readTypeIdAt(message, 0, &id, &length))
         return false;
     if (id == encodingId(UA_TYPES_BROWSEREQUEST)) {
-        Ua::Value<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST> request;
-        if (!decodeBody(message, length, request.get(), UA_TYPES_BROWSEREQUEST))
-            return false;
-        for (size_t i = 0; i < request->nodesToBrowseSize; ++i) {
-            if (UA_NodeId_equal(&request->nodesToBrowse[i].nodeId, &node))
-                return true;
-        }
+        return itemNamesNode<UA_BrowseRequest, UA_TYPES_BROWSEREQUEST>(
+            message, length, node, &UA_BrowseRequest::nodesToBrowse, &UA_BrowseRequest::nodesToBrowseSize);
     }
     if (id == encodingId(UA_TYPES_READREQUEST)) {
-        Ua::Value<UA_ReadRequest, UA_TYPES_READREQUEST> request;
-        if (!decodeBody(message, length, request.get(), UA_TYPES_READREQUEST))
-            return false;
-        for (size_t i = 0; i < request->nodesToReadSize; ++i) {
-            if (UA_NodeId_equal(&request->nodesToRead[i].nodeId, &node))
-                return true;
-        }
+        return itemNamesNode<UA_ReadRequest, UA_TYPES_READREQUEST>(
+            message, length, node, &UA_ReadRequest::nodesToRead, &UA_ReadRequest::nodesToReadSize);
     }
     return false;
 }

@@ -132,7 +132,7 @@ TEST(BrowseItems, TextsOfANewItem)
     ASSERT_TRUE(items.append(node, path, typeOfKind(UA_DATATYPEKIND_INT32), true, true, true));
     EXPECT_EQ(items.itemOf(node), 0);
     EXPECT_EQ(items.itemOf(items.nodes().add("ns=1;s=Other")), -1);
-    const ClientCore::BrowseItem item = items.at(0);
+    const BrowseItem item = items.at(0);
     EXPECT_EQ(item.nodeId, "ns=1;s=Types.Int32Array");
     EXPECT_EQ(item.browsePath, "Types.Int32Array");
     EXPECT_EQ(item.description, "OPC UA Variable (Int32, array)");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "client_core/browse_items.h"
+#include "client_core/opc_ua_client_core.h"
 #include "sim/support/process_runner.h"
 #include "sim/support/sim_server.h"
 

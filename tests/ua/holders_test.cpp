@@ -120,3 +120,28 @@ TEST(ArrayHolder, OwnsWhatAStackCallReturnsAndMovesIt)
     third.reset();
     EXPECT_TRUE(third.empty());
 }
+
+TEST(VariantHolder, NewScalarOwnsAnInitialisedValueOfTheType)
+{
+    Ua::VariantHolder variant = Ua::newScalarVariant(&UA_TYPES[UA_TYPES_STRING]);
+    ASSERT_EQ(variant->type, &UA_TYPES[UA_TYPES_STRING]);
+    EXPECT_TRUE(UA_Variant_isScalar(variant.get()));
+    auto* text = static_cast<UA_String*>(variant->data);
+    EXPECT_EQ(text->length, 0u);
+    *text = allocated("owned by the variant");
+}
+
+TEST(VariantHolder, NewArrayOwnsInitialisedValuesOfTheType)
+{
+    Ua::VariantHolder variant = Ua::newArrayVariant(&UA_TYPES[UA_TYPES_STRING], 3);
+    ASSERT_EQ(variant->type, &UA_TYPES[UA_TYPES_STRING]);
+    EXPECT_EQ(variant->arrayLength, 3u);
+    auto* texts = static_cast<UA_String*>(variant->data);
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(texts[i].length, 0u);
+    texts[1] = allocated("owned by the variant");
+
+    const Ua::VariantHolder empty = Ua::newArrayVariant(&UA_TYPES[UA_TYPES_INT32], 0);
+    EXPECT_EQ(empty->type, &UA_TYPES[UA_TYPES_INT32]);
+    EXPECT_EQ(empty->arrayLength, 0u);
+}

@@ -1,0 +1,9 @@
+#pragma once
+
+#include "client_core/node_data_source.h"
+
+#include <memory>
+
+// Requests of many nodes, fetched ahead of the walk, sized to the server's operation limits and
+// to the client's request time-out.
+std::unique_ptr<NodeDataSource> newBatchedSource(UA_Client* client);
