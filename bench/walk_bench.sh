@@ -2,11 +2,16 @@
 # The items walk side by side in one run: for each address-space size (the simulator's
 # synthetic variables, folders of 100) and each network (loopback, and behind a delaying proxy
 # that adds a round-trip time), every contender's wall time (median of --runs), peak resident
-# memory (/usr/bin/time -v, largest of the runs) and result size.
+# memory (/usr/bin/time -v, largest of the runs), result size and the bytes the contender passed
+# to write calls (wchar, bench/written_bytes.py; of the last run): with a snapshot file, that
+# less the result size is what the snapshots wrote.
 #
-#   bench/walk_bench.sh [--build DIR] [--counts "50000 500000"] [--rtt-ms "0 1"] [--runs 3]
+#   bench/walk_bench.sh [--build DIR] [--counts "50000 500000 1000000"] [--rtt-ms "0 1"] [--runs 3]
 #                       [--contenders "reference job job_snapshots bare node"] [--today PATH]
-#                       [--limit-s 900] [--slow-runs 1]
+#                       [--limit-s 900] [--slow-runs 1] [--node-heap-mb 8192]
+#
+# --node-heap-mb: node's --max-old-space-size for the node contender (0: node's own default,
+# under which node-opcua's crawler runs out of heap on large address spaces).
 #
 # Contenders:
 #   reference       the walk with its one-request-per-call source (browse_bench --source reference)
@@ -27,6 +32,7 @@ rtts="0 1"
 runs=3
 slow_runs=1
 limit_s=900
+node_heap_mb=8192
 contenders="reference job job_snapshots bare node"
 today=""
 while [ $# -gt 0 ]; do
@@ -39,6 +45,7 @@ while [ $# -gt 0 ]; do
     --limit-s) limit_s=$2; shift 2 ;;
     --contenders) contenders=$2; shift 2 ;;
     --today) today=$2; shift 2 ;;
+    --node-heap-mb) node_heap_mb=$2; shift 2 ;;
     *) echo "walk_bench.sh: unknown option $1" >&2; exit 2 ;;
   esac
 done
@@ -89,7 +96,7 @@ start_sim() {   # start_sim COUNT
     ss -ltn | awk '{print $4}' | grep -q ":$port\$" && continue
     "$sim" --scenario "$work/scenario.json" --port "$port" >"$work/sim.out" 2>"$work/sim.err" &
     sim_pid=$!
-    if wait_ready "$sim_pid" "$work/sim.out" 120 >/dev/null; then sim_port=$port; return 0; fi
+    if wait_ready "$sim_pid" "$work/sim.out" 300 >/dev/null; then sim_port=$port; return 0; fi
     stop_pid "$sim_pid"; sim_pid=""
   done
   echo "walk_bench.sh: opcua_sim did not start: $(cat "$work/sim.err")" >&2
@@ -112,11 +119,14 @@ request_file() {
     "$url_port" >"$work/request.json"
 }
 
-# run_once CONTENDER: one run; prints "SECONDS RSS_KB RESULT_BYTES" or "stopped".
+# run_once CONTENDER: one run; prints "SECONDS RSS_KB RESULT_BYTES WRITTEN_BYTES" or "stopped".
 run_once() {
   local contender=$1 url="opc.tcp://127.0.0.1:$url_port"
-  local snapshot="" cmd=()
-  rm -f "$work/result.json" "$work/snapshot.json"
+  local snapshot="" node_options="${NODE_OPTIONS:-}" cmd=()
+  rm -f "$work/result.json" "$work/snapshot.json" "$work/written.txt"
+  if [ "$contender" = node ] && [ "$node_heap_mb" != 0 ]; then
+    node_options="--max-old-space-size=$node_heap_mb"
+  fi
   case "$contender" in
     reference) cmd=("$browse_bench" --url "$url" --source reference --timeout-ms 60000) ;;
     job) cmd=("$discover" --request "$work/request.json" --output "$work/result.json") ;;
@@ -129,14 +139,16 @@ run_once() {
   esac
   local start end status=0
   start=$(date +%s.%N)
-  OVRIN_DISCOVERY_OUTPUT_FILE="$snapshot" timeout "$limit_s" /usr/bin/time -v "${cmd[@]}" \
+  OVRIN_DISCOVERY_OUTPUT_FILE="$snapshot" NODE_OPTIONS="$node_options" timeout "$limit_s" \
+    python3 "$root/bench/written_bytes.py" "$work/written.txt" /usr/bin/time -v "${cmd[@]}" \
     >"$work/out.txt" 2>"$work/time.txt" || status=$?
   end=$(date +%s.%N)
   if [ "$status" != 0 ]; then echo "stopped"; return 0; fi
-  local rss bytes=0
+  local rss bytes=0 written=0
   rss=$(sed -n 's/.*Maximum resident set size (kbytes): //p' "$work/time.txt")
   [ -f "$work/result.json" ] && bytes=$(stat -c %s "$work/result.json")
-  awk -v s="$start" -v e="$end" -v r="$rss" -v b="$bytes" 'BEGIN { printf "%.3f %d %d\n", e - s, r, b }'
+  [ -f "$work/written.txt" ] && written=$(cat "$work/written.txt")
+  awk -v s="$start" -v e="$end" -v r="$rss" -v b="$bytes" -v w="$written" 'BEGIN { printf "%.3f %d %d %d\n", e - s, r, b, w }'
 }
 
 slow() {   # slow CONTENDER RTT: true when one run takes long
@@ -148,7 +160,7 @@ slow() {   # slow CONTENDER RTT: true when one run takes long
 }
 
 echo "walk_bench: contenders '$contenders', counts '$counts', round trips '$rtts' ms, $runs runs ($(nproc) cores)"
-printf '%-8s %-4s %-16s %10s %10s %12s %12s %s\n' count rtt contender median_s min_s peak_rss_kb result_bytes runs
+printf '%-8s %-4s %-16s %10s %10s %12s %12s %13s %s\n' count rtt contender median_s min_s peak_rss_kb result_bytes written_bytes runs
 for count in $counts; do
   start_sim "$count"
   for rtt in $rtts; do
@@ -158,22 +170,22 @@ for count in $counts; do
       case "$contender" in today|today_snapshots) [ -n "$today" ] || continue ;; esac
       n=$runs
       slow "$contender" "$rtt" && n=$slow_runs
-      times=(); peak=0; size=0; stopped=0
+      times=(); peak=0; size=0; written=0; stopped=0
       for _ in $(seq 1 "$n"); do
         line=$(run_once "$contender")
         if [ "$line" = stopped ]; then stopped=$((stopped + 1)); break; fi
-        read -r secs rss bytes <<<"$line"
+        read -r secs rss bytes written <<<"$line"
         times+=("$secs")
         [ "$rss" -gt "$peak" ] && peak=$rss
         size=$bytes
       done
       if [ "${#times[@]}" = 0 ]; then
-        printf '%-8s %-4s %-16s %10s %10s %12s %12s %s\n' "$count" "$rtt" "$contender" stopped - - - "limit ${limit_s}s"
+        printf '%-8s %-4s %-16s %10s %10s %12s %12s %13s %s\n' "$count" "$rtt" "$contender" stopped - - - - "failed or limit ${limit_s}s"
         continue
       fi
       median=$(printf '%s\n' "${times[@]}" | sort -n | awk '{ a[NR] = $1 } END { print (NR % 2) ? a[(NR + 1) / 2] : (a[NR / 2] + a[NR / 2 + 1]) / 2 }')
       minimum=$(printf '%s\n' "${times[@]}" | sort -n | head -1)
-      printf '%-8s %-4s %-16s %10s %10s %12s %12s %s\n' "$count" "$rtt" "$contender" "$median" "$minimum" "$peak" "$size" "${#times[@]}"
+      printf '%-8s %-4s %-16s %10s %10s %12s %12s %13s %s\n' "$count" "$rtt" "$contender" "$median" "$minimum" "$peak" "$size" "$written" "${#times[@]}"
     done
   done
 done

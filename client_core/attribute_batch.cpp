@@ -38,7 +38,7 @@ std::vector<bool> AttributeBatch::keepAnswers(const std::vector<QueuedNode>& var
             clean = clean && results[a].status == UA_STATUSCODE_GOOD;
         if (!clean)
             continue;
-        keep_(variables[v].text, attributesFromResults(results));
+        keep_(variables[v].node, attributesFromResults(results));
         kept[v] = true;
     }
     response_ = Ua::ReadResponseHolder();
@@ -47,10 +47,10 @@ std::vector<bool> AttributeBatch::keepAnswers(const std::vector<QueuedNode>& var
 
 void AttributeBatch::askAlone(const QueuedNode& variable)
 {
-    keep_(variable.text, readAttributesAlone(client_, *variable.id));
+    keep_(variable.node, readAttributesAlone(client_, *variable.id));
 }
 
-void AttributeBatch::keepFailure(const QString& variable, UA_StatusCode status)
+void AttributeBatch::keepFailure(NodeTable::Key variable, UA_StatusCode status)
 {
     VariableAttributes failed;
     failed.dataTypeStatus = status;

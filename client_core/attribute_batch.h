@@ -9,7 +9,7 @@
 class AttributeBatch : public BatchQuestion
 {
 public:
-    using Keep = std::function<void(const QString& variable, VariableAttributes answer)>;
+    using Keep = std::function<void(NodeTable::Key variable, VariableAttributes answer)>;
 
     // `keep` receives every answer kept as a variable's own.
     AttributeBatch(UA_Client* client, Keep keep);
@@ -17,7 +17,7 @@ public:
     BatchAnswer askTogether(const std::vector<QueuedNode>& variables) override;
     std::vector<bool> keepAnswers(const std::vector<QueuedNode>& variables) override;
     void askAlone(const QueuedNode& variable) override;
-    void keepFailure(const QString& variable, UA_StatusCode status) override;
+    void keepFailure(NodeTable::Key variable, UA_StatusCode status) override;
 
 private:
     UA_Client* client_;

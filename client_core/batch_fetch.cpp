@@ -50,7 +50,7 @@ void fetchInBatches(FetchQueue& queue, BatchQuestion& question, ServerWatch& wat
         case BatchAnswer::Outcome::Failed:
             if (watch.gone(queue.size(), request.size(), answer.status)) {
                 queue.giveBack(&request, 1);
-                question.keepFailure(request.front().text, answer.status);
+                question.keepFailure(request.front().node, answer.status);
                 return;
             }
             queue.size().refused(request.size(), answer.status);

@@ -44,7 +44,7 @@ public:
     // Asks about one node in a request of its own and keeps the answer.
     virtual void askAlone(const QueuedNode& node) = 0;
     // Keeps the failure of a request as the node's answer, as if the request had been its own.
-    virtual void keepFailure(const QString& node, UA_StatusCode status) = 0;
+    virtual void keepFailure(NodeTable::Key node, UA_StatusCode status) = 0;
 };
 
 // Asks about the nodes of a request (the node the walk needs now first) and keeps every answer

@@ -20,7 +20,6 @@ namespace {
 // One node waiting to be browsed, with the path of browse-name segments that led to it.
 struct PendingBrowse
 {
-    QString nodeId;
     NodeTable::Key node;
     BrowsePathTree::Ref path;
 };
@@ -76,7 +75,7 @@ void handleVariable(BrowseState& state, NodeTable::Key node, const QString& vari
         return;
     }
 
-    const VariableAttributes attributes = state.source->attributes(variable, reference.nodeId.nodeId);
+    const VariableAttributes attributes = state.source->attributes(node, reference.nodeId.nodeId);
     if (attributes.dataTypeStatus != UA_STATUSCODE_GOOD) {
         warn(state, QStringLiteral("Skipping %1 because reading its data type failed: %2")
                         .arg(variable, Ua::statusCodeName(attributes.dataTypeStatus)));
@@ -152,9 +151,9 @@ void handleReference(BrowseState& state, const QString& parent, BrowsePathTree::
     if (!state.has(node, browsedMark)) {
         if (!state.has(node, queuedMark)) {
             state.workPosition.insert(node, state.work.size());
-            state.work.push_back(PendingBrowse{child, node, childPath});
+            state.work.push_back(PendingBrowse{node, childPath});
             state.mark(node, queuedMark);
-            state.source->queued(child);
+            state.source->queued(node);
         } else {
             offerPathToQueuedEntry(state, node, childPath);
         }
@@ -165,19 +164,19 @@ void handleReference(BrowseState& state, const QString& parent, BrowsePathTree::
 }
 
 // Handles one result of a node's Browse and the pages that continued it.
-void handleChain(BrowseState& state, const PendingBrowse& parent, const BrowseChain& chain)
+void handleChain(BrowseState& state, const PendingBrowse& parent, const QString& parentId, const BrowseChain& chain)
 {
     for (size_t p = 0; p < chain.pages.size(); ++p) {
         const UA_BrowseResult& page = *chain.pages[p];
         if (UA_StatusCode_isBad(page.statusCode)) {
             warn(state, QStringLiteral("Browse result failed for %1: %2")
-                            .arg(parent.nodeId, Ua::statusCodeName(page.statusCode)));
+                            .arg(parentId, Ua::statusCodeName(page.statusCode)));
             if (isConnectionLoss(page.statusCode))
                 state.stopped = true;
             return;
         }
         for (size_t i = 0; i < page.referencesSize && !state.stopped; ++i)
-            handleReference(state, parent.nodeId, parent.path, page.references[i]);
+            handleReference(state, parentId, parent.path, page.references[i]);
         if (state.stopped || page.continuationPoint.length == 0)
             return;
     }
@@ -185,23 +184,26 @@ void handleChain(BrowseState& state, const PendingBrowse& parent, const BrowseCh
         return;
     // A Good answer without a result is reported with its Good status name on purpose.
     warn(state, QStringLiteral("BrowseNext failed for %1: %2")
-                    .arg(parent.nodeId, Ua::statusCodeName(chain.continuationStatus)));
+                    .arg(parentId, Ua::statusCodeName(chain.continuationStatus)));
     if (isConnectionLoss(chain.continuationStatus))
         state.stopped = true;
 }
 
 void browseOne(BrowseState& state, const PendingBrowse& entry)
 {
+    // The work list holds nodes by number; the text is spelled out only for the node in hand.
+    const Utf8View text = state.items->nodes().text(entry.node);
+    const QString entryId = text.toQString();
     bool parsed = false;
-    const Ua::NodeIdHolder nodeId = Ua::nodeIdFromQString(entry.nodeId, &parsed);
+    const Ua::NodeIdHolder nodeId = Ua::nodeIdFromUtf8(text.data, size_t(text.size), &parsed);
     if (!parsed) {
-        warn(state, QStringLiteral("Unable to parse browsed node identifier %1").arg(entry.nodeId));
+        warn(state, QStringLiteral("Unable to parse browsed node identifier %1").arg(entryId));
         return;
     }
 
-    const NodeBrowse browse = state.source->browse(entry.nodeId, *nodeId);
+    const NodeBrowse browse = state.source->browse(entry.node, *nodeId);
     if (UA_StatusCode_isBad(browse.status)) {
-        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entry.nodeId, Ua::statusCodeName(browse.status)));
+        warn(state, QStringLiteral("Browse failed for %1: %2").arg(entryId, Ua::statusCodeName(browse.status)));
         if (isConnectionLoss(browse.status)) {
             warn(state, QStringLiteral("Stopped browsing because the OPC UA server did not respond within the "
                                        "connection timeout. %1 items were collected.")
@@ -211,7 +213,7 @@ void browseOne(BrowseState& state, const PendingBrowse& entry)
         return;
     }
     for (const BrowseChain& chain : browse.chains) {
-        handleChain(state, entry, chain);
+        handleChain(state, entry, entryId, chain);
         if (state.stopped)
             return;
     }
@@ -231,7 +233,7 @@ bool ClientCore::browseNodes(BrowseItems* items, QStringList* warnings, const st
     // A server that went away ends the walk; it is not connected again behind the walk's back.
     const Ua::NoReconnectScope noReconnect(client.get());
     const std::unique_ptr<NodeDataSource> source =
-        fetch == BrowseFetch::Batched ? newBatchedSource(client.get()) : newOneByOneSource(client.get());
+        fetch == BrowseFetch::Batched ? newBatchedSource(client.get(), &items->nodes()) : newOneByOneSource(client.get());
     BrowseState state;
     state.source = source.get();
     state.items = items;
@@ -243,9 +245,9 @@ bool ClientCore::browseNodes(BrowseItems* items, QStringList* warnings, const st
         start = QStringLiteral("i=85");
     const NodeTable::Key startNode = items->nodes().add(start);
     state.workPosition.insert(startNode, 0);
-    state.work.push_back(PendingBrowse{start, startNode, BrowsePathTree::empty});
+    state.work.push_back(PendingBrowse{startNode, BrowsePathTree::empty});
     state.mark(startNode, queuedMark);
-    state.source->queued(start);
+    state.source->queued(startNode);
 
     while (!state.work.empty() && !state.stopped) {
         const PendingBrowse entry = std::move(state.work.back());

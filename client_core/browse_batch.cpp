@@ -56,17 +56,17 @@ std::vector<bool> BrowseBatch::keepAnswers(const std::vector<QueuedNode>& nodes)
             continue;
         NodeBrowse outcome;
         outcome.chains.push_back(std::move(open.chains[i]));
-        keep_(nodes[i].text, std::move(outcome));
+        keep_(nodes[i].node, std::move(outcome));
     }
     return open.answered;
 }
 
 void BrowseBatch::askAlone(const QueuedNode& node)
 {
-    keep_(node.text, browseNodeAlone(client_, *node.id));
+    keep_(node.node, browseNodeAlone(client_, *node.id));
 }
 
-void BrowseBatch::keepFailure(const QString& node, UA_StatusCode status)
+void BrowseBatch::keepFailure(NodeTable::Key node, UA_StatusCode status)
 {
     NodeBrowse failed;
     failed.status = status;

@@ -12,7 +12,7 @@ class ServerWatch;
 class BrowseBatch : public BatchQuestion
 {
 public:
-    using Keep = std::function<void(const QString& node, NodeBrowse answer)>;
+    using Keep = std::function<void(NodeTable::Key node, NodeBrowse answer)>;
 
     // `size` sizes this kind of request; `keep` receives every answer kept as a node's own.
     BrowseBatch(UA_Client* client, ServerWatch* watch, const RequestSize* size, Keep keep);
@@ -23,7 +23,7 @@ public:
     BatchAnswer askTogether(const std::vector<QueuedNode>& nodes) override;
     std::vector<bool> keepAnswers(const std::vector<QueuedNode>& nodes) override;
     void askAlone(const QueuedNode& node) override;
-    void keepFailure(const QString& node, UA_StatusCode status) override;
+    void keepFailure(NodeTable::Key node, UA_StatusCode status) override;
 
 private:
     // The chains of the nodes of one request while BrowseNext continues them.

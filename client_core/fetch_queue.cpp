@@ -1,5 +1,7 @@
 #include "client_core/fetch_queue.h"
 
+#include "ua/text.h"
+
 namespace {
 
 // Looking for nodes near a position stops after this many positions per node wanted, plus a few.
@@ -8,37 +10,59 @@ const int positionsLookedAtAtLeast = 64;
 
 } // namespace
 
-FetchQueue::FetchQueue(SiblingOrder order, size_t operationsPerNode)
-    : order_(order)
+FetchQueue::FetchQueue(const NodeTable* nodes, SiblingOrder order, size_t operationsPerNode)
+    : nodes_(nodes)
+    , order_(order)
     , size_(operationsPerNode)
 {
 }
 
-bool FetchQueue::known(const QString& text) const
+FetchQueue::Entry& FetchQueue::entry(NodeTable::Key node)
 {
-    return entries_.contains(text);
+    if (node >= entries_.size())
+        entries_.resize(size_t(node) + 1);
+    Entry& found = entries_[node];
+    found.marks |= Known;
+    return found;
 }
 
-void FetchQueue::add(QueuedNode node)
+bool FetchQueue::known(NodeTable::Key node) const
 {
-    Entry& entry = entries_[node.text];
-    entry.marks |= Waiting;
-    node.position = int(nodes_.size());
-    entry.position = node.position;
-    nodes_.push_back(std::move(node));
+    return node < entries_.size() && (entries_[node].marks & Known) != 0;
 }
 
-std::vector<QueuedNode> FetchQueue::startRequest(const QString& asked, const UA_NodeId& node, bool roomAhead)
+void FetchQueue::add(NodeTable::Key node, int siblingGroup, bool variable, const UA_NodeId* requestId)
 {
-    Entry& entry = entries_[asked];
+    if (requestId) {
+        bool ok = false;
+        const Utf8View text = nodes_->text(node);
+        const Ua::NodeIdHolder named = Ua::nodeIdFromUtf8(text.data, size_t(text.size), &ok);
+        if (!ok || !UA_NodeId_equal(named.get(), requestId)) {
+            Ua::NodeIdHolder own;
+            if (UA_NodeId_copy(requestId, own.get()) != UA_STATUSCODE_GOOD)
+                return;
+            requestIds_[node] = std::move(own);
+        }
+    }
+    Entry& found = entry(node);
+    found.marks |= Waiting;
+    if (variable)
+        found.marks |= Variable;
+    found.position = int(slots_.size());
+    slots_.push_back(Slot{node, siblingGroup});
+}
+
+std::vector<QueuedNode> FetchQueue::startRequest(NodeTable::Key asked, const UA_NodeId& node, bool roomAhead)
+{
+    Entry& found = entry(asked);
     // Asked now, whatever happens to the others: never a member of a request it does not start.
-    empty(entry.position);
-    const int from = entry.position >= 0 ? entry.position : int(nodes_.size());
-    const int siblingGroup = entry.position >= 0 ? nodes_[size_t(entry.position)].siblingGroup : -1;
+    empty(found.position);
+    const int from = found.position >= 0 ? found.position : int(slots_.size());
+    const int siblingGroup = found.position >= 0 ? slots_[size_t(found.position)].siblingGroup : -1;
     std::vector<QueuedNode> request(1);
-    request.front().text = asked;
+    request.front().node = asked;
     UA_NodeId_copy(&node, request.front().id.get());
-    if (entry.marks & Alone)
+    if (found.marks & Alone)
         return request;
     const size_t room = size_.nodes();
     if (siblingGroup >= 0)
@@ -48,18 +72,19 @@ std::vector<QueuedNode> FetchQueue::startRequest(const QString& asked, const UA_
     return request;
 }
 
-void FetchQueue::answered(const QString& text)
+void FetchQueue::answered(NodeTable::Key node)
 {
-    const auto found = entries_.find(text);
-    if (found == entries_.end())
+    if (!known(node))
         return;
-    found->marks &= quint8(~Waiting);
-    empty(found->position);
+    Entry& found = entries_[node];
+    found.marks &= quint8(~Waiting);
+    empty(found.position);
+    requestIds_.erase(node);
 }
 
 void FetchQueue::askAlone(QueuedNode node)
 {
-    entries_[node.text].marks |= Alone;
+    entry(node.node).marks |= Alone;
     giveBack(std::move(node));
 }
 
@@ -70,18 +95,28 @@ void FetchQueue::giveBack(std::vector<QueuedNode>* request, size_t keep)
     request->resize(keep);
 }
 
+// Only nodes taken from their positions come back (the node that starts a request is never given
+// back), so their NodeIds are found again as they were found when they were taken.
 void FetchQueue::giveBack(QueuedNode node)
 {
     if (node.position >= 0) {
-        const size_t position = size_t(node.position);
-        nodes_[position] = std::move(node);
+        slots_[size_t(node.position)] = Slot{node.node, node.siblingGroup};
         return;
     }
-    // The node that started the request had no position: it waits at the end.
-    Entry& entry = entries_[node.text];
-    node.position = int(nodes_.size());
-    entry.position = node.position;
-    nodes_.push_back(std::move(node));
+    Entry& found = entry(node.node);
+    found.position = int(slots_.size());
+    slots_.push_back(Slot{node.node, node.siblingGroup});
+}
+
+bool FetchQueue::requestIdOf(NodeTable::Key node, Ua::NodeIdHolder* id) const
+{
+    const auto own = requestIds_.find(node);
+    if (own != requestIds_.end())
+        return UA_NodeId_copy(own->second.get(), id->get()) == UA_STATUSCODE_GOOD;
+    bool ok = false;
+    const Utf8View text = nodes_->text(node);
+    *id = Ua::nodeIdFromUtf8(text.data, size_t(text.size), &ok);
+    return ok;
 }
 
 // Up to `count` waiting nodes nearest to `from`, first in the walk's direction through siblings,
@@ -94,31 +129,43 @@ void FetchQueue::takeNear(int from, size_t count, bool siblingsOnly, int sibling
     size_t taken = 0;
     for (int pass = 0; pass < 2; ++pass) {
         const int step = (pass == 0) == backwards ? -1 : 1;
-        for (int i = from + step, looked = 0; i >= 0 && i < int(nodes_.size()) && looked < lookLimit && taken < count;
+        for (int i = from + step, looked = 0; i >= 0 && i < int(slots_.size()) && looked < lookLimit && taken < count;
              i += step, ++looked) {
-            QueuedNode& node = nodes_[size_t(i)];
-            if (node.text.isEmpty() || !wanted(node))
+            Slot& slot = slots_[size_t(i)];
+            if (slot.node == noNode || !wanted(slot.node))
                 continue;
-            if (siblingsOnly && (node.siblingGroup != siblingGroup || !(roomAhead || node.variable)))
+            const bool variable = (entries_[slot.node].marks & Variable) != 0;
+            if (siblingsOnly && (slot.siblingGroup != siblingGroup || !(roomAhead || variable)))
                 continue;
+            QueuedNode node;
+            if (!requestIdOf(slot.node, &node.id)) {
+                // No request can carry it: it waits for nothing.
+                entries_[slot.node].marks &= quint8(~Waiting);
+                slot.node = noNode;
+                continue;
+            }
+            node.node = slot.node;
+            node.position = i;
+            node.siblingGroup = slot.siblingGroup;
+            node.variable = variable;
             request->push_back(std::move(node));
-            node.text = QString();
-            node.id = Ua::NodeIdHolder();
+            slot.node = noNode;
             ++taken;
         }
     }
 }
 
-bool FetchQueue::wanted(const QueuedNode& node) const
+bool FetchQueue::wanted(NodeTable::Key node) const
 {
-    const auto found = entries_.constFind(node.text);
-    return found != entries_.constEnd() && (found->marks & Waiting) && !(found->marks & Alone);
+    if (node >= entries_.size())
+        return false;
+    const quint8 marks = entries_[node].marks;
+    return (marks & Known) && (marks & Waiting) && !(marks & Alone);
 }
 
 void FetchQueue::empty(int position)
 {
-    if (position < 0 || position >= int(nodes_.size()))
+    if (position < 0 || position >= int(slots_.size()))
         return;
-    nodes_[size_t(position)].text = QString();
-    nodes_[size_t(position)].id = Ua::NodeIdHolder();
+    slots_[size_t(position)].node = noNode;
 }

@@ -2,9 +2,8 @@
 
 #include "client_core/continuation_guard.h"
 #include "client_core/data_types.h"
+#include "client_core/node_table.h"
 #include "ua/holders.h"
-
-#include <QString>
 
 #include <open62541/client.h>
 
@@ -45,8 +44,9 @@ struct VariableAttributes
 };
 
 // The small interface between the walk and the server: the walk asks for each node once, in
-// its own order; a source may fetch ahead of it. Both sources resolve data types alike, with
-// one memory of the type hierarchy per walk.
+// its own order; a source may fetch ahead of it. A node is named by its number in the walk's
+// node table. Both sources resolve data types alike, with one memory of the type hierarchy per
+// walk.
 class NodeDataSource
 {
 public:
@@ -54,11 +54,11 @@ public:
     virtual ~NodeDataSource() = default;
 
     // The walk put a node on its work list (a hint: it will ask for its Browse result).
-    virtual void queued(const QString& nodeId) = 0;
+    virtual void queued(NodeTable::Key node) = 0;
     // The node's forward hierarchical references, continuation chains followed to their end.
-    virtual NodeBrowse browse(const QString& nodeId, const UA_NodeId& node) = 0;
+    virtual NodeBrowse browse(NodeTable::Key node, const UA_NodeId& nodeId) = 0;
     // DataType, AccessLevel and ValueRank of a variable.
-    virtual VariableAttributes attributes(const QString& nodeId, const UA_NodeId& node) = 0;
+    virtual VariableAttributes attributes(NodeTable::Key node, const UA_NodeId& nodeId) = 0;
     // The supported built-in type a data type resolves to; false when there is none.
     bool resolveDataType(const UA_NodeId& dataType, ResolvedDataType* out) { return dataTypes_.resolve(dataType, out); }
 

@@ -14,13 +14,13 @@ public:
     {
     }
 
-    void queued(const QString&) override {}
+    void queued(NodeTable::Key) override {}
 
-    NodeBrowse browse(const QString&, const UA_NodeId& node) override { return browseNodeAlone(client_, node); }
+    NodeBrowse browse(NodeTable::Key, const UA_NodeId& nodeId) override { return browseNodeAlone(client_, nodeId); }
 
-    VariableAttributes attributes(const QString&, const UA_NodeId& node) override
+    VariableAttributes attributes(NodeTable::Key, const UA_NodeId& nodeId) override
     {
-        return readAttributesAlone(client_, node);
+        return readAttributesAlone(client_, nodeId);
     }
 
 private:

@@ -59,8 +59,16 @@ QString nodeIdToQString(const UA_NodeId& nodeId)
 NodeIdHolder nodeIdFromQString(const QString& text, bool* ok)
 {
     const QByteArray utf8 = text.toUtf8();
+    return nodeIdFromUtf8(utf8.constData(), size_t(utf8.size()), ok);
+}
+
+NodeIdHolder nodeIdFromUtf8(const char* data, size_t size, bool* ok)
+{
+    UA_String view;
+    view.length = size;
+    view.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(data));
     NodeIdHolder id;
-    const bool parsed = UA_NodeId_parse(id.get(), borrow(utf8)) == UA_STATUSCODE_GOOD;
+    const bool parsed = UA_NodeId_parse(id.get(), view) == UA_STATUSCODE_GOOD;
     if (ok)
         *ok = parsed;
     if (!parsed)

@@ -29,6 +29,8 @@ QString nodeIdToQString(const UA_NodeId& nodeId);
 // The NodeId written in the standard text form; a text that does not parse gives the null
 // identifier and, when asked for, false in *ok.
 NodeIdHolder nodeIdFromQString(const QString& text, bool* ok = nullptr);
+// The same from the text's UTF-8 bytes (what QString::toUtf8 gives), held by the caller.
+NodeIdHolder nodeIdFromUtf8(const char* data, size_t size, bool* ok = nullptr);
 
 // The stack's name of a status code, such as "BadTimeout".
 QString statusCodeName(UA_StatusCode status);

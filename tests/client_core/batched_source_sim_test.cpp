@@ -157,6 +157,62 @@ TEST(BrowseSources, ObjectsWithoutVariables)
     expectSameWalk(simPlugin(sim));
 }
 
+QStringList itemIds(const Walk& walk)
+{
+    QStringList ids;
+    for (const ClientCore::BrowseItem& item : walk.items)
+        ids.append(item.nodeId);
+    return ids;
+}
+
+TEST(BrowseSources, NamesBeyondAsciiIdentifiersThatDifferInCaseAndNodesOnSeveralPaths)
+{
+    // On one page, across pages of two references (so that the nodes of one folder arrive in
+    // several answers), and in requests of three nodes.
+    struct Variant
+    {
+        int referencesPerNode;
+        int nodesPerRequest;
+    };
+    for (const Variant variant : {Variant{0, 0}, Variant{2, 0}, Variant{0, 3}}) {
+        SCOPED_TRACE(testing::Message() << variant.referencesPerNode << " references a page, " << variant.nodesPerRequest
+                                        << " nodes a request");
+        SimServer sim;
+        QJsonObject scenario =
+            withSpace(presetScenario({"names", "alias"}), {{"max_references_per_node", variant.referencesPerNode}});
+        if (variant.nodesPerRequest > 0)
+            scenario.insert("limits", QJsonObject{{"max_nodes_per_browse", variant.nodesPerRequest},
+                                                  {"max_nodes_per_read", 3 * variant.nodesPerRequest}});
+        START_SIM_OR_SKIP(sim, scenario);
+        Walk reference;
+        expectSameWalk(simPlugin(sim), 5000, nullptr, &reference);
+        // What the walks were compared on is there.
+        const QStringList ids = itemIds(reference);
+        for (const QString& id : {QStringLiteral("ns=1;s=Names.K\u00fchlwasser"), QStringLiteral("ns=1;s=Names.\u6e29\u5ea6"),
+                                  QString::fromUtf8("ns=1;s=Names.\xf0\x9f\x94\xa5"), QStringLiteral("ns=1;s=Names.Case.x"),
+                                  QStringLiteral("ns=1;s=Names.Case.X"), QStringLiteral("ns=1;s=Names.case.x")})
+            EXPECT_EQ(ids.count(id), 1) << id.toStdString();
+        const int shared = ids.indexOf(QStringLiteral("ns=1;s=Names.Shared"));
+        ASSERT_GE(shared, 0);
+        EXPECT_EQ(reference.items[shared].description.count(QStringLiteral("; also ")), 4);
+        EXPECT_EQ(ids.count(QStringLiteral("ns=1;s=Names.D.V")), 1);
+    }
+}
+
+TEST(BrowseSources, LargeAddressSpaceBeyondTheFetchAheadBounds)
+{
+    // 100 000 variables in folders of 100, beside the names: more references than the batched
+    // source holds ahead of the walk, compared item by item with the one-request-per-question
+    // walk (the benchmarks walk up to 1 000 000 of the same shape).
+    SimServer sim(SimServer::Stats::None);
+    const QJsonObject scenario =
+        withSpace(presetScenario({"names"}), {{"synthetic_count", 100000}, {"synthetic_folder_size", 100}});
+    START_SIM_OR_SKIP(sim, scenario);
+    int count = 0;
+    expectSameWalk(simPlugin(sim), 20000, &count);
+    EXPECT_EQ(count, 100000 + 22);
+}
+
 TEST(BrowseSources, ServerLimitsOfTenNodesPerBrowseAndRead)
 {
     SimServer sim;

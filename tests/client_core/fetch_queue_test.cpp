@@ -14,22 +14,36 @@
 
 namespace {
 
-QueuedNode queuedNode(const QString& text, int siblingGroup = -1, bool variable = false)
+// The queues name nodes by their numbers in one node table, as the walk's do.
+NodeTable& table()
 {
-    QueuedNode node;
-    node.text = text;
-    bool ok = false;
-    node.id = Ua::nodeIdFromQString(text, &ok);
-    node.siblingGroup = siblingGroup;
-    node.variable = variable;
-    return node;
+    static NodeTable nodes;
+    return nodes;
+}
+
+NodeTable::Key key(const QString& text)
+{
+    return table().add(text);
+}
+
+QString textOf(NodeTable::Key node)
+{
+    return table().text(node).toQString();
+}
+
+void addNode(FetchQueue& queue, const QString& text, int siblingGroup = -1, bool variable = false)
+{
+    queue.add(key(text), siblingGroup, variable);
 }
 
 QStringList texts(const std::vector<QueuedNode>& nodes)
 {
     QStringList out;
-    for (const QueuedNode& node : nodes)
-        out.append(node.text);
+    for (const QueuedNode& node : nodes) {
+        out.append(textOf(node.node));
+        // The request carries the NodeId the text names.
+        EXPECT_EQ(Ua::nodeIdToQString(*node.id), textOf(node.node));
+    }
     return out;
 }
 
@@ -37,17 +51,17 @@ std::vector<QueuedNode> start(FetchQueue& queue, const QString& asked, bool room
 {
     bool ok = false;
     const Ua::NodeIdHolder id = Ua::nodeIdFromQString(asked, &ok);
-    return queue.startRequest(asked, *id, roomAhead);
+    return queue.startRequest(key(asked), *id, roomAhead);
 }
 
 // Four siblings found by one Browse answer, and one node found by another.
 FetchQueue siblingsQueue(SiblingOrder order)
 {
-    FetchQueue queue(order, 1);
+    FetchQueue queue(&table(), order, 1);
     queue.size().start(0, 1000);
     for (const char* text : {"ns=1;s=A", "ns=1;s=B", "ns=1;s=C", "ns=1;s=D"})
-        queue.add(queuedNode(QString::fromLatin1(text), 0, true));
-    queue.add(queuedNode(QStringLiteral("ns=1;s=Other"), 1));
+        addNode(queue, QString::fromLatin1(text), 0, true);
+    addNode(queue, QStringLiteral("ns=1;s=Other"), 1);
     return queue;
 }
 
@@ -83,20 +97,41 @@ TEST(FetchQueue, NodeAskedAloneIsAskedAloneAndJoinsNoOtherRequest)
     ASSERT_EQ(request.size(), 5u);
     queue.askAlone(std::move(request[1]));   // B
     queue.giveBack(&request, 1);
-    queue.answered(QStringLiteral("ns=1;s=A"));
+    queue.answered(key(QStringLiteral("ns=1;s=A")));
     EXPECT_EQ(texts(start(queue, "ns=1;s=C")), (QStringList{"ns=1;s=C", "ns=1;s=D", "ns=1;s=Other"}));
     EXPECT_EQ(texts(start(queue, "ns=1;s=B")), (QStringList{"ns=1;s=B"}));
 }
 
 TEST(FetchQueue, NodeIsKnownOnceFoundOrAsked)
 {
-    FetchQueue queue(SiblingOrder::FirstToLast, 1);
+    FetchQueue queue(&table(), SiblingOrder::FirstToLast, 1);
     queue.size().start(0, 1000);
-    EXPECT_FALSE(queue.known(QStringLiteral("ns=1;s=A")));
-    queue.add(queuedNode(QStringLiteral("ns=1;s=A")));
-    EXPECT_TRUE(queue.known(QStringLiteral("ns=1;s=A")));
+    EXPECT_FALSE(queue.known(key(QStringLiteral("ns=1;s=A"))));
+    addNode(queue, QStringLiteral("ns=1;s=A"));
+    EXPECT_TRUE(queue.known(key(QStringLiteral("ns=1;s=A"))));
     start(queue, "ns=1;s=Asked");
-    EXPECT_TRUE(queue.known(QStringLiteral("ns=1;s=Asked")));
+    EXPECT_TRUE(queue.known(key(QStringLiteral("ns=1;s=Asked"))));
+}
+
+TEST(FetchQueue, RequestCarriesTheNodeIdGivenWhereTheTextNamesAnother)
+{
+    FetchQueue queue(&table(), SiblingOrder::FirstToLast, 1);
+    queue.size().start(0, 1000);
+    const UA_NodeId same = UA_NODEID_STRING(1, const_cast<char*>("Same"));
+    const UA_NodeId other = UA_NODEID_NUMERIC(1, 77);
+    queue.add(key(QStringLiteral("ns=1;s=Same")), 0, true, &same);
+    queue.add(key(QStringLiteral("ns=1;s=Spelled")), 0, true, &other);
+    queue.add(key(QStringLiteral("not a node id")), 0, true);
+    queue.add(key(QStringLiteral("ns=1;s=Last")), 0, true);
+    const std::vector<QueuedNode> request = start(queue, "ns=1;s=First");
+    // Nearest first: the asked node had no position, so the others join from the end backwards.
+    ASSERT_EQ(request.size(), 4u);   // the text that names no NodeId joins no request
+    EXPECT_EQ(textOf(request[1].node), QStringLiteral("ns=1;s=Last"));
+    EXPECT_EQ(Ua::nodeIdToQString(*request[1].id), QStringLiteral("ns=1;s=Last"));
+    EXPECT_EQ(textOf(request[2].node), QStringLiteral("ns=1;s=Spelled"));
+    EXPECT_TRUE(UA_NodeId_equal(request[2].id.get(), &other));
+    EXPECT_EQ(textOf(request[3].node), QStringLiteral("ns=1;s=Same"));
+    EXPECT_EQ(Ua::nodeIdToQString(*request[3].id), QStringLiteral("ns=1;s=Same"));
 }
 
 namespace {
@@ -130,9 +165,9 @@ public:
     {
         std::vector<bool> kept;
         for (const QueuedNode& node : nodes) {
-            const bool own = !onlyAlone.contains(node.text);
+            const bool own = !onlyAlone.contains(textOf(node.node));
             if (own)
-                keep(node.text);
+                keep(node.node);
             kept.push_back(own);
         }
         return kept;
@@ -141,10 +176,10 @@ public:
     void askAlone(const QueuedNode& node) override
     {
         sizes.push_back(1);
-        keep(node.text);
+        keep(node.node);
     }
 
-    void keepFailure(const QString& node, UA_StatusCode) override { failed.append(node); }
+    void keepFailure(NodeTable::Key node, UA_StatusCode) override { failed.append(textOf(node)); }
 
     std::vector<size_t> sizes;
     size_t refusals = 0;
@@ -153,10 +188,10 @@ public:
     QSet<QString> onlyAlone;
 
 private:
-    void keep(const QString& text)
+    void keep(NodeTable::Key node)
     {
-        answered.append(text);
-        queue_->answered(text);
+        answered.append(textOf(node));
+        queue_->answered(node);
     }
 
     FetchQueue* queue_;
@@ -167,11 +202,11 @@ private:
 
 TEST(FetchInBatches, ServerThatRefusesLargeRequestsIsRefusedTwiceInAThousandNodes)
 {
-    FetchQueue queue(SiblingOrder::FirstToLast, 1);
+    FetchQueue queue(&table(), SiblingOrder::FirstToLast, 1);
     queue.size().start(0, 1000);
     const int count = 1000;
     for (int i = 0; i < count; ++i)
-        queue.add(queuedNode(QStringLiteral("ns=1;i=%1").arg(i + 1), 0));
+        addNode(queue, QStringLiteral("ns=1;i=%1").arg(i + 1), 0);
     RefusingServer server(&queue, 5);
     server.onlyAlone.insert(QStringLiteral("ns=1;i=7"));
     ServerWatch watch(nullptr);
@@ -198,10 +233,10 @@ TEST(FetchInBatches, ServerThatRefusesLargeRequestsIsRefusedTwiceInAThousandNode
 
 TEST(FetchInBatches, ConnectionFailureIsTheAskedNodesAnswerAndNothingIsAskedAgain)
 {
-    FetchQueue queue(SiblingOrder::FirstToLast, 1);
+    FetchQueue queue(&table(), SiblingOrder::FirstToLast, 1);
     queue.size().start(0, 1000);
     for (int i = 0; i < 10; ++i)
-        queue.add(queuedNode(QStringLiteral("ns=1;i=%1").arg(i + 1), 0));
+        addNode(queue, QStringLiteral("ns=1;i=%1").arg(i + 1), 0);
 
     class GoneServer : public RefusingServer
     {

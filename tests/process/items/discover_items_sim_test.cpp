@@ -299,6 +299,63 @@ TEST_F(ItemsJob, RecordsEqualThoseMadeHereFromTheReferenceWalk)
     EXPECT_EQ(document.value("warnings").toArray(), QJsonArray::fromStringList(warnings));
 }
 
+TEST_F(ItemsJob, LargeResultWithSnapshotsEqualsRecordsMadeHereFromTheReferenceWalk)
+{
+    // 60 000 variables in folders of 100 beside the names, with a snapshot file, compared record
+    // by record with the walk of one request per question: more references than the batched
+    // source holds ahead of the walk (the benchmarks go to 1 000 000 of the same shape).
+    QJsonObject scenario = presetScenario({"names"});
+    QJsonObject space = scenario.value("address_space").toObject();
+    space.insert("synthetic_count", 60000);
+    space.insert("synthetic_folder_size", 100);
+    scenario.insert("address_space", space);
+    startSim(scenario);
+    QJsonObject device = noneDevice(sim_.endpointUrl());
+    device.insert("id", 7);
+    const QString snapshot = path("progress.json");
+    const QJsonObject document =
+        runOk(QJsonObject{{"device", device}}, {{QStringLiteral("OVRIN_DISCOVERY_OUTPUT_FILE"), snapshot}});
+
+    DeviceInstancePlugin plugin;
+    plugin.address = sim_.endpointUrl();
+    plugin.settings.insert("security_mode", "1");
+    plugin.settings.insert("security_policies", items_test::kSecurityPolicyNone);
+    ClientCore core(plugin, QString(), "tests", 20000);
+    ASSERT_TRUE(core.isConnected()) << plugin.statusText.toStdString();
+    BrowseItems walked;
+    QStringList warnings;
+    ASSERT_TRUE(core.browseNodes(&walked, &warnings, {}, ClientCore::BrowseFetch::OneByOne));
+    QList<ClientCore::BrowseItem> sorted = expandedItems(walked);
+    std::stable_sort(sorted.begin(), sorted.end(), [](const ClientCore::BrowseItem& a, const ClientCore::BrowseItem& b) {
+        return a.nodeId.compare(b.nodeId, Qt::CaseInsensitive) < 0;
+    });
+
+    const QJsonArray items = document.value("items").toArray();
+    ASSERT_EQ(items.size(), 60000 + 22);
+    ASSERT_EQ(sorted.size(), items.size());
+    int different = 0;
+    for (int i = 0; i < items.size(); ++i) {
+        const QJsonObject expected = items_test::expectedRecord("7", sorted.at(i));
+        if (items.at(i).toObject() == expected)
+            continue;
+        if (++different <= 5)
+            ADD_FAILURE() << "record " << i << ": "
+                          << QJsonDocument(items.at(i).toObject()).toJson(QJsonDocument::Compact).toStdString()
+                          << "\nexpected: " << QJsonDocument(expected).toJson(QJsonDocument::Compact).toStdString();
+    }
+    EXPECT_EQ(different, 0);
+    EXPECT_EQ(document.value("warnings").toArray(), QJsonArray());
+    EXPECT_TRUE(warnings.isEmpty()) << warnings.join('\n').toStdString();
+
+    // The last snapshot is a complete document of the items browsed by then.
+    QFile file(snapshot);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject progress = QJsonDocument::fromJson(file.readAll()).object();
+    const int snapshotItems = progress.value("items").toArray().size();
+    EXPECT_GT(snapshotItems, 0);
+    EXPECT_LE(snapshotItems, items.size());
+}
+
 TEST_F(ItemsJob, ContinuationPointsDeliverEveryChild)
 {
     QJsonObject scenario = presetScenario({"many"});
