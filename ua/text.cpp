@@ -41,10 +41,15 @@ StringHolder toUaString(const QString& text)
 
 UA_ByteString borrow(const QByteArray& bytes)
 {
-    UA_ByteString view;
-    view.length = static_cast<size_t>(bytes.size());
     // A QByteArray's data is never null, so an empty one gives an empty, not a null, string.
-    view.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(bytes.constData()));
+    return borrow(bytes.constData(), static_cast<size_t>(bytes.size()));
+}
+
+UA_ByteString borrow(const char* data, size_t size)
+{
+    UA_ByteString view;
+    view.length = size;
+    view.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(data));
     return view;
 }
 
@@ -64,11 +69,8 @@ NodeIdHolder nodeIdFromQString(const QString& text, bool* ok)
 
 NodeIdHolder nodeIdFromUtf8(const char* data, size_t size, bool* ok)
 {
-    UA_String view;
-    view.length = size;
-    view.data = reinterpret_cast<UA_Byte*>(const_cast<char*>(data));
     NodeIdHolder id;
-    const bool parsed = UA_NodeId_parse(id.get(), view) == UA_STATUSCODE_GOOD;
+    const bool parsed = UA_NodeId_parse(id.get(), borrow(data, size)) == UA_STATUSCODE_GOOD;
     if (ok)
         *ok = parsed;
     if (!parsed)

@@ -22,6 +22,7 @@ StringHolder toUaString(const QString& text);
 // A view on bytes the caller keeps alive, for stack calls that only read or copy what they get.
 // Secrets go this way, so that no copy is left behind that nobody wipes.
 UA_ByteString borrow(const QByteArray& bytes);
+UA_ByteString borrow(const char* data, size_t size);
 
 // The stack's standard text form of a NodeId (such as "i=85"), or an empty text.
 QString nodeIdToQString(const UA_NodeId& nodeId);
